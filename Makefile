@@ -1,0 +1,32 @@
+# make run   installs what is missing, builds and opens the window
+# make test  installs what is missing, builds and runs every test headless
+
+BUILD_DIR ?= build
+MAKEFLAGS += --no-print-directory
+JOBS ?= $(shell nproc)
+CMAKE_ARGS ?=
+
+.PHONY: all deps configure build run test bench clean
+
+all: build
+
+deps:
+	@scripts/install-deps
+
+configure: deps
+	@cmake -S . -B $(BUILD_DIR) -DCMAKE_BUILD_TYPE=RelWithDebInfo $(CMAKE_ARGS) >/dev/null
+
+build: configure
+	@cmake --build $(BUILD_DIR) -j$(JOBS)
+
+run: build
+	$(BUILD_DIR)/src/app/corvane
+
+test: build
+	cd $(BUILD_DIR) && QT_QPA_PLATFORM=offscreen ctest --output-on-failure -j$(JOBS)
+
+bench: build
+	@echo "$(BUILD_DIR)/bench/corvane-bench"
+
+clean:
+	rm -rf $(BUILD_DIR)

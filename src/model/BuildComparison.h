@@ -1,0 +1,31 @@
+#pragma once
+
+#include "BuildDiagnostic.h"
+
+#include <QList>
+#include <QSet>
+#include <QUuid>
+
+namespace corvane {
+
+// A build compared with the previous build of the same project.
+struct BuildComparison {
+    bool hasBaseline = false;
+    QSet<QUuid> newDiagnosticIDs;
+    // The previous build's own records of what this build no longer reports.
+    QList<BuildDiagnostic> fixedDiagnostics;
+
+    // Nothing to compare with.
+    static BuildComparison empty() { return {}; }
+
+    bool operator==(const BuildComparison&) const = default;
+};
+
+inline size_t qHash(const BuildComparison& c, size_t seed = 0)
+{
+    seed = ::qHash(c.hasBaseline, seed);
+    seed = qHashRangeCommutative(c.newDiagnosticIDs.cbegin(), c.newDiagnosticIDs.cend(), seed);
+    return qHashRange(c.fixedDiagnostics.cbegin(), c.fixedDiagnostics.cend(), seed);
+}
+
+} // namespace corvane

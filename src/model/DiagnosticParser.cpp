@@ -1,0 +1,223 @@
+#include "DiagnosticParser.h"
+
+#include "ParserMatches.h"
+
+#include <QSet>
+
+#include <unicode/regex.h>
+#include <unicode/utext.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <string>
+#include <utility>
+
+namespace corvane {
+
+struct DiagnosticParser::Patterns {
+    std::unique_ptr<icu::RegexPattern> location;
+    std::unique_ptr<icu::RegexPattern> simple;
+};
+
+namespace {
+
+std::unique_ptr<icu::RegexPattern> compile(std::u16string_view pattern)
+{
+    UErrorCode status = U_ZERO_ERROR;
+    UParseError parseError{};
+    const icu::UnicodeString source(false, pattern.data(), int32_t(pattern.size()));
+    std::unique_ptr<icu::RegexPattern> compiled(
+        icu::RegexPattern::compile(source, UREGEX_CASE_INSENSITIVE, parseError, status));
+    if (U_FAILURE(status))
+        return nullptr;
+    return compiled;
+}
+
+// Characters U+0000 to U+0003 separate pieces of a log like line breaks do.
+// The activity log reader never leaves them in its text, so the copy is rare.
+bool needsNormalising(std::string_view text)
+{
+    return std::any_of(text.begin(), text.end(), [](char c) { return unsigned(c) <= 3; });
+}
+
+std::string normalised(std::string_view text)
+{
+    std::string copy(text);
+    for (char& c : copy) {
+        if (unsigned(c) <= 3)
+            c = '\n';
+    }
+    return copy;
+}
+
+QString slice(std::string_view text, ByteRange range)
+{
+    return QString::fromUtf8(text.data() + range.begin, qsizetype(range.end - range.begin));
+}
+
+// Builds the records from the matches of both passes, in the order, and with
+// the de-duplication rules, of the parse algorithm.
+QList<BuildDiagnostic> buildDiagnostics(std::string_view text, const PassMatches& matches)
+{
+    QList<BuildDiagnostic> result;
+    QSet<DiagnosticSignature> signatures;
+    QSet<std::pair<int, QString>> severityMessages;
+    const AbsoluteTime now = AbsoluteTime::now();
+
+    auto append = [&](BuildDiagnostic diagnostic) {
+        const DiagnosticSignature signature = diagnostic.signature();
+        if (signatures.contains(signature))
+            return;
+        signatures.insert(signature);
+        severityMessages.insert({int(diagnostic.severity), diagnostic.message});
+        result.append(std::move(diagnostic));
+    };
+    auto severityOf = [](const QString& word) {
+        return severityFromRawValue(word).value_or(DiagnosticSeverity::note);
+    };
+
+    for (const LocatedMatch& m : matches.located) {
+        if (!m.path.valid() || !m.line.valid() || !m.severity.valid() || !m.message.valid())
+            continue;
+        BuildDiagnostic d;
+        d.filePath = slice(text, m.path);
+        d.line = DiagnosticParser::readNumber(slice(text, m.line));
+        const QString word = slice(text, m.severity).toLower();
+        d.message = DiagnosticParser::cleanMessage(slice(text, m.message));
+        if (m.column.valid() && !m.column.empty())
+            d.column = DiagnosticParser::readNumber(slice(text, m.column));
+        if (d.message.isEmpty())
+            continue;
+        d.severity = severityOf(word);
+        QString raw = *d.filePath;
+        if (d.line)
+            raw += u':' + QString::number(*d.line);
+        if (d.column)
+            raw += u':' + QString::number(*d.column);
+        d.rawText = raw + u": " + word + u": " + d.message;
+        d.id = QUuid::createUuid();
+        d.timestamp = now;
+        append(std::move(d));
+    }
+
+    for (const SimpleMatch& m : matches.simple) {
+        if (!m.severity.valid() || !m.message.valid())
+            continue;
+        const QString word = slice(text, m.severity).toLower();
+        BuildDiagnostic d;
+        d.message = DiagnosticParser::cleanMessage(slice(text, m.message));
+        if (d.message.isEmpty())
+            continue;
+        d.severity = severityOf(word);
+        // A message the log also reports with its location is kept only in
+        // its located form. The word is one of the three raw values, so
+        // comparing severities compares the word with the raw value.
+        if (severityMessages.contains({int(d.severity), d.message}))
+            continue;
+        d.rawText = word + u": " + d.message;
+        d.id = QUuid::createUuid();
+        d.timestamp = now;
+        append(std::move(d));
+    }
+    return result;
+}
+
+} // namespace
+
+DiagnosticParser::DiagnosticParser()
+{
+    auto patterns = std::make_shared<Patterns>();
+    patterns->location = compile(locationPattern);
+    patterns->simple = compile(simplePattern);
+    m_patterns = std::move(patterns);
+}
+
+bool DiagnosticParser::hasLocationRegex() const
+{
+    return m_patterns->location != nullptr;
+}
+
+bool DiagnosticParser::hasSimpleRegex() const
+{
+    return m_patterns->simple != nullptr;
+}
+
+QList<BuildDiagnostic> DiagnosticParser::parse(const QString& text) const
+{
+    const QByteArray utf8 = text.toUtf8();
+    return parse(std::string_view(utf8.constData(), size_t(utf8.size())));
+}
+
+QList<BuildDiagnostic> DiagnosticParser::parse(std::string_view utf8Text) const
+{
+    // TODO(fast path): candidate search; until then the full search.
+    return parseByFullSearch(utf8Text);
+}
+
+QList<BuildDiagnostic> DiagnosticParser::parseByFullSearch(std::string_view utf8Text) const
+{
+    std::string copy;
+    if (needsNormalising(utf8Text)) {
+        copy = normalised(utf8Text);
+        utf8Text = copy;
+    }
+    PassMatches matches;
+    if (m_patterns->location)
+        matches.located = findLocatedByFullSearch(*m_patterns->location, utf8Text);
+    if (m_patterns->simple)
+        matches.simple = findSimpleByFullSearch(*m_patterns->simple, utf8Text);
+    return buildDiagnostics(utf8Text, matches);
+}
+
+QString DiagnosticParser::cleanMessage(QStringView captured)
+{
+    QString cleaned;
+    cleaned.reserve(captured.size());
+    bool inSpaces = false;
+    for (const QChar c : captured) {
+        const bool space = c == u' ' || c == u'\t';
+        if (space) {
+            if (!inSpaces)
+                cleaned.append(u' ');
+            inSpaces = true;
+        } else {
+            cleaned.append(c);
+            inSpaces = false;
+        }
+    }
+    return cleaned.trimmed();
+}
+
+std::optional<qint64> DiagnosticParser::readNumber(QStringView captured)
+{
+    if (captured.isEmpty())
+        return std::nullopt;
+    bool negative = false;
+    qsizetype i = 0;
+    if (captured[0] == u'+' || captured[0] == u'-') {
+        negative = captured[0] == u'-';
+        i = 1;
+    }
+    if (i == captured.size())
+        return std::nullopt;
+    // Accumulate towards the negative side, which holds one more value.
+    constexpr qint64 minimum = std::numeric_limits<qint64>::min();
+    qint64 value = 0;
+    for (; i < captured.size(); ++i) {
+        const char16_t c = captured[i].unicode();
+        if (c < u'0' || c > u'9')
+            return std::nullopt;
+        const int digit = c - u'0';
+        if (value < (minimum + digit) / 10)
+            return std::nullopt;
+        value = value * 10 - digit;
+    }
+    if (negative)
+        return value;
+    if (value == minimum)
+        return std::nullopt;
+    return -value;
+}
+
+} // namespace corvane

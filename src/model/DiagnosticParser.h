@@ -1,0 +1,54 @@
+#pragma once
+
+#include "BuildDiagnostic.h"
+
+#include <QList>
+#include <QString>
+#include <QStringView>
+
+#include <memory>
+#include <optional>
+#include <string_view>
+
+namespace corvane {
+
+// Turns the text of a build log into diagnostics with two ICU regular
+// expressions: a located form (absolute path, line, optional column) and a
+// simple form (a severity word at the start of a line).
+//
+// The parser is an immutable value; copies share the compiled patterns and
+// parse() may run on any thread.
+class DiagnosticParser {
+public:
+    static constexpr std::u16string_view locationPattern =
+        u"(?m)(/[^\\n\\r]+?\\.(?:swift|m|mm|h|hpp|c|cc|cpp|metal|storyboard|xib|intentdefinition|xcassets)):(\\d+)(?::(\\d+))?:\\s*(error|warning|note):\\s*([^\\n\\r]+)";
+    static constexpr std::u16string_view simplePattern =
+        u"(?m)(?:^|[\\n\\r])\\s*(error|warning|note):\\s*([^\\n\\r]+)";
+
+    DiagnosticParser();
+
+    // The log text is UTF-8, as the activity log reader and the import give it.
+    QList<BuildDiagnostic> parse(std::string_view utf8Text) const;
+    QList<BuildDiagnostic> parse(const QString& text) const;
+
+    // The same result by a plain left-to-right search of the whole text with
+    // both patterns. It is the definition parse() must agree with, and is far
+    // too slow for real logs, whose long command lines make the located
+    // pattern backtrack from every "/".
+    QList<BuildDiagnostic> parseByFullSearch(std::string_view utf8Text) const;
+
+    bool hasLocationRegex() const;
+    bool hasSimpleRegex() const;
+
+    // Tabs to spaces, runs of spaces to one, white space trimmed at both ends.
+    static QString cleanMessage(QStringView captured);
+    // A signed 64-bit decimal of ASCII digits, or nothing.
+    static std::optional<qint64> readNumber(QStringView captured);
+
+    struct Patterns;
+
+private:
+    std::shared_ptr<const Patterns> m_patterns;
+};
+
+} // namespace corvane

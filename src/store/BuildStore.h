@@ -1,0 +1,151 @@
+#pragma once
+
+#include "BuildComparison.h"
+#include "BuildDiagnostic.h"
+#include "BuildSession.h"
+#include "DiagnosticParser.h"
+#include "DiagnosticPreferenceKey.h"
+#include "DiagnosticSeverity.h"
+#include "XcodeBuildWatcher.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+#include <QSet>
+#include <QString>
+#include <QUuid>
+
+#include <array>
+#include <memory>
+#include <optional>
+
+namespace corvane {
+
+class BuildHistoryPersistence;
+class DiagnosticPreferencesPersistence;
+class DesktopPlatform;
+
+// The application's single state object. Views read its published fields and
+// derived values, call its operations, and redraw when it announces a change.
+// It lives on the GUI thread; nothing in it locks.
+class BuildStore : public QObject {
+    Q_OBJECT
+
+public:
+    // The published fields, named in aboutToChange.
+    enum class Field {
+        sessions,
+        activeSessionID,
+        selectedDiagnosticID,
+        severityFilter,
+        searchText,
+        captureState,
+        lastWatcherMessage,
+        showBuildNoise,
+        warningViewMode,
+        focusedProjectName,
+        pinnedDiagnostics,
+        ignoredDiagnostics,
+    };
+    Q_ENUM(Field)
+
+    // What the watcher is doing, as the header shows it.
+    struct CaptureState {
+        using Kind = XcodeBuildWatcher::WatcherState::Kind;
+        Kind kind = Kind::stopped;
+        QString payload;
+
+        // "WATCHING XCODE", "BUILD DETECTED • PROJECT", "READING BUILD • PROJECT",
+        // "WATCHER ISSUE" or "WATCHER OFF".
+        QString statusText() const;
+        bool operator==(const CaptureState&) const = default;
+    };
+
+    enum class WarningViewMode { normal, pinned, ignored };
+    static constexpr std::array<WarningViewMode, 3> allWarningViewModes{
+        WarningViewMode::normal, WarningViewMode::pinned, WarningViewMode::ignored};
+    // "Warnings", "Pinned", "Ignored".
+    static QString title(WarningViewMode mode);
+
+    static constexpr qsizetype visibleSessionLimit = 10;
+    static inline const QString manualProjectName = QStringLiteral("Manual");
+    static inline const QString projectFocusDefaultsKey = QStringLiteral("Corvane.FocusedProject");
+    static inline const QString sampleSourceName = QStringLiteral("Sample Xcode Build");
+
+    // Loads the preferences, the history and the focused project. Without a
+    // platform the commands that need the desktop do nothing.
+    explicit BuildStore(DesktopPlatform* platform = nullptr, QObject* parent = nullptr);
+    ~BuildStore() override;
+
+    // Published fields.
+    const QList<BuildSession>& sessions() const;
+    std::optional<QUuid> activeSessionID() const;
+    std::optional<QUuid> selectedDiagnosticID() const;
+    const QSet<DiagnosticSeverity>& severityFilter() const;
+    const QString& searchText() const;
+    const CaptureState& captureState() const;
+    const std::optional<QString>& lastWatcherMessage() const;
+    bool showBuildNoise() const;
+    WarningViewMode warningViewMode() const;
+    const std::optional<QString>& focusedProjectName() const;
+    const QSet<DiagnosticPreferenceKey>& pinnedDiagnostics() const;
+    const QSet<DiagnosticPreferenceKey>& ignoredDiagnostics() const;
+
+    // The fields the views write directly.
+    void setSelectedDiagnosticID(std::optional<QUuid> id);
+    void setSeverityFilter(const QSet<DiagnosticSeverity>& filter);
+    void setSearchText(const QString& text);
+    void setShowBuildNoise(bool show);
+    void setWarningViewMode(WarningViewMode mode);
+
+    // Derived values, computed afresh on every read.
+    std::optional<BuildSession> activeSession() const;
+    BuildComparison activeComparison() const;
+    QString statusText() const;
+    QList<BuildDiagnostic> visibleDiagnostics() const;
+    QList<BuildDiagnostic> visibleFixedDiagnostics() const;
+    QList<BuildSession> visibleSessions() const;
+    std::optional<BuildDiagnostic> selectedDiagnostic() const;
+    QString preferenceProjectName() const;
+    QStringList projectNames() const;
+    bool isDiagnosticVisible(const BuildDiagnostic& diagnostic, const BuildSession& session) const;
+    bool diagnosticDisplayOrder(const BuildDiagnostic& a, const BuildDiagnostic& b) const;
+    bool isPinned(const BuildDiagnostic& diagnostic) const;
+    bool isIgnored(const BuildDiagnostic& diagnostic) const;
+
+    // Capture and comparison.
+    void captureBuild(const QByteArray& utf8Text, const QString& logPath);
+    void captureManualLog(const QString& text, const QString& sourceName);
+    static BuildComparison compareDiagnostics(const QList<BuildDiagnostic>& current,
+                                              const std::optional<QList<BuildDiagnostic>>& previous);
+    void selectSession(const BuildSession& session);
+    void selectDefaultDiagnostic(const QList<BuildDiagnostic>& diagnostics, const QSet<QUuid>& newIDs);
+    void trimHistory();
+    void applyWatcherState(const XcodeBuildWatcher::WatcherState& state);
+    void ensureSelectionVisible();
+
+    // Pins, ignores and focus.
+    void togglePin(const BuildDiagnostic& diagnostic);
+    void toggleIgnore(const BuildDiagnostic& diagnostic);
+    void setFocusedProject(const std::optional<QString>& projectName);
+
+    // User commands.
+    void importPlainTextLog();
+    void loadSampleDiagnostics();
+    void restartWatcher();
+    void clearHistory();
+
+    // Created and wired to this store on first use; not started here.
+    XcodeBuildWatcher& watcher();
+
+Q_SIGNALS:
+    // Emitted before every assignment to a published field. Views schedule a
+    // redraw and read the new state afterwards.
+    void aboutToChange(corvane::BuildStore::Field field);
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+};
+
+} // namespace corvane

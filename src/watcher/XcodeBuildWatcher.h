@@ -1,0 +1,73 @@
+#pragma once
+
+#include <QByteArray>
+#include <QObject>
+#include <QString>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+namespace corvane {
+
+// Polls Xcode's DerivedData folder for new or rewritten build activity logs
+// and hands each log's text to its owner. Everything here runs on the thread
+// that owns the watcher (the GUI thread); folder scans and log reads run as
+// low-priority background jobs whose results come back to that thread.
+class XcodeBuildWatcher : public QObject {
+    Q_OBJECT
+
+public:
+    struct WatcherState {
+        enum class Kind { watching, buildDetected, processing, failed, stopped };
+        Kind kind = Kind::stopped;
+        // The project name for buildDetected and processing, the error's
+        // description for failed, empty otherwise.
+        QString payload;
+
+        static WatcherState watching() { return {Kind::watching, {}}; }
+        static WatcherState buildDetected(QString project) { return {Kind::buildDetected, std::move(project)}; }
+        static WatcherState processing(QString project) { return {Kind::processing, std::move(project)}; }
+        static WatcherState failed(QString message) { return {Kind::failed, std::move(message)}; }
+        static WatcherState stopped() { return {Kind::stopped, {}}; }
+
+        bool operator==(const WatcherState&) const = default;
+    };
+
+    using StateCallback = std::function<void(const WatcherState&)>;
+    // The log's absolute path and its text as UTF-8.
+    using BuildCallback = std::function<void(const QString& logPath, const QByteArray& utf8Text)>;
+
+    static constexpr std::chrono::milliseconds pollInterval{1500};
+
+    // $HOME/Library/Developer/Xcode/DerivedData
+    static QString defaultDerivedDataPath();
+
+    explicit XcodeBuildWatcher(QString derivedDataPath = defaultDerivedDataPath(),
+                               std::chrono::milliseconds interval = pollInterval,
+                               QObject* parent = nullptr);
+    ~XcodeBuildWatcher() override;
+
+    StateCallback onStateChange;
+    BuildCallback onBuild;
+
+    // Sends watching, takes a baseline of the existing logs and starts
+    // polling. Does nothing while already running.
+    void start();
+    // Stops polling and sends stopped, also when not running. A poll already
+    // under way still finishes.
+    void stop();
+    bool isRunning() const;
+
+    QString derivedDataPath() const;
+
+    // The project a log belongs to: the DerivedData folder name before its
+    // last "-", or "Xcode" for a path outside DerivedData.
+    static QString projectNameForLog(const QString& logPath);
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+};
+
+} // namespace corvane
