@@ -45,6 +45,29 @@ bool isSourceExtension(const char* bytes, std::size_t length)
     return false;
 }
 
+// After ".ext:" the located form needs digits, then ":", then either more
+// digits and ":" or the severity. Looking at ASCII alone this rejects the
+// many "File.swift:12" mentions of stack traces and remarks; a non-ASCII
+// byte may be a digit and is left to the regular expression.
+bool mayHaveLocationAfter(const unsigned char* bytes, std::size_t size, std::size_t at)
+{
+    for (int number = 0; number < 2; ++number) {
+        const std::size_t digits = at;
+        while (at < size && isAsciiDigit(bytes[at]))
+            ++at;
+        if (at == size)
+            return false;
+        if (bytes[at] >= 0x80)
+            return true;
+        if (at == digits)
+            return number == 1; // no column: the severity may follow
+        if (bytes[at] != ':')
+            return false;
+        ++at;
+    }
+    return true;
+}
+
 template <typename Visit>
 void forEachColon(std::string_view text, Visit&& visit)
 {
@@ -125,7 +148,8 @@ std::vector<int64_t> findExtensionCandidates(std::string_view text)
         }
         if (at == 0 || at == colon || bytes[at - 1] != '.')
             return;
-        if (nonAscii || isSourceExtension(text.data() + at, colon - at))
+        if ((nonAscii || isSourceExtension(text.data() + at, colon - at))
+            && mayHaveLocationAfter(bytes, text.size(), colon + 1))
             dots.push_back(int64_t(at - 1));
     });
     return dots;

@@ -131,9 +131,9 @@ private:
     int64_t m_lastStart = 0;
 };
 
-// The first "/" in [from, to), or -1. Remembers how far it has looked on the
-// current line, so that candidates on a line without a "/" before them do
-// not make it look again from the line's start.
+// The first "/" in [lineStart, to), or -1, for ascending calls. Remembers
+// what it learnt about the current line, so that many candidates on one long
+// line do not make it search the line again from its start.
 class SlashFinder {
 public:
     explicit SlashFinder(std::string_view text) : m_text(text) {}
@@ -141,14 +141,20 @@ public:
     int64_t find(int64_t lineStart, int64_t to)
     {
         int64_t from = lineStart;
-        if (lineStart == m_lineStart)
+        if (lineStart == m_lineStart) {
+            if (m_found >= 0)
+                return m_found < to ? m_found : -1;
             from = std::max(from, m_searchedTo);
-        if (from < to) {
-            const void* hit = std::memchr(m_text.data() + from, '/', size_t(to - from));
-            if (hit)
-                return static_cast<const char*>(hit) - m_text.data();
+        } else {
+            m_lineStart = lineStart;
+            m_found = -1;
         }
-        m_lineStart = lineStart;
+        if (from < to) {
+            if (const void* hit = std::memchr(m_text.data() + from, '/', size_t(to - from))) {
+                m_found = static_cast<const char*>(hit) - m_text.data();
+                return m_found;
+            }
+        }
         m_searchedTo = std::max(from, to);
         return -1;
     }
@@ -157,6 +163,7 @@ private:
     std::string_view m_text;
     int64_t m_lineStart = -1;
     int64_t m_searchedTo = -1;
+    int64_t m_found = -1;
 };
 
 bool isWhiteSpace(UChar32 c)
@@ -262,14 +269,23 @@ std::vector<LocatedMatch> findLocatedAtCandidates(const icu::RegexPattern& locat
 
     LineStarts lines(utf8);
     SlashFinder slashes(utf8);
+    // The tail is usually the cheaper test, so it goes first. After a tail
+    // match on a line without a "/", the "/" goes first until one is found:
+    // a tail match runs to the end of its line, and many of them on one long
+    // line would cost that line's length each.
+    bool slashFirst = false;
     int64_t resume = 0;
     for (const int64_t dot : dots) {
-        if (dot < resume + 2 || !tail.matchesAt(dot))
+        if (dot < resume + 2)
+            continue;
+        const bool tailTried = !slashFirst;
+        if (tailTried && !tail.matchesAt(dot))
             continue;
         const int64_t lineStart = std::max(lines.startOf(dot), resume);
         // The path needs at least one character between its "/" and the ".".
         const int64_t slash = slashes.find(lineStart, dot - 1);
-        if (slash < 0 || !full.matchesAt(slash))
+        slashFirst = slash < 0;
+        if (slash < 0 || (!tailTried && !tail.matchesAt(dot)) || !full.matchesAt(slash))
             continue;
         matches.push_back(locatedGroups(full.matcher()));
         resume = matches.back().whole.end;
