@@ -136,7 +136,7 @@ int timeFile(const DiagnosticParser& parser, const std::string& path, bool full)
     auto start = Clock::now();
     const QList<BuildDiagnostic> found = full ? parser.parseByFullSearch(*text) : parser.parse(*text);
     const double total = secondsSince(start);
-    std::printf("%s: %zu bytes, %lld diagnostics, %.3f s, %.1f MB/s%s\n", path.c_str(), text->size(),
+    std::printf("%s: %zu bytes, %lld diagnostics, %.4f s, %.5g MB/s%s\n", path.c_str(), text->size(),
                 static_cast<long long>(found.size()), total, megabytesPerSecond(text->size(), total),
                 full ? " (full search)" : "");
 
@@ -151,8 +151,8 @@ int timeFile(const DiagnosticParser& parser, const std::string& path, bool full)
     start = Clock::now();
     const std::size_t simple = parser.simpleMatches(normalised, search).size();
     const double simpleSeconds = secondsSince(start);
-    std::printf("  separator scan %.3f s (%.0f MB/s); located pass %zu matches, %.3f s (%.1f MB/s); "
-                "simple pass %zu matches, %.3f s (%.1f MB/s)\n",
+    std::printf("  separator scan %.4f s (%.5g MB/s); located pass %zu matches, %.4f s (%.5g MB/s); "
+                "simple pass %zu matches, %.4f s (%.5g MB/s)\n",
                 scan, megabytesPerSecond(text->size(), scan), located, locatedSeconds,
                 megabytesPerSecond(text->size(), locatedSeconds), simple, simpleSeconds,
                 megabytesPerSecond(text->size(), simpleSeconds));

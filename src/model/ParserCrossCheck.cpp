@@ -3,6 +3,7 @@
 #include "DiagnosticParser.h"
 #include "ParserCandidates.h"
 
+#include <algorithm>
 #include <sstream>
 
 namespace corvane {
