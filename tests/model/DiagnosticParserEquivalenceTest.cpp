@@ -7,6 +7,8 @@
 
 #include <gtest/gtest.h>
 
+#include <QByteArray>
+
 #include <array>
 #include <random>
 #include <string>
@@ -152,6 +154,15 @@ private:
     std::mt19937 m_random;
 };
 
+// CORVANE_EQUIVALENCE_SEEDS raises the number of random texts for a longer run.
+uint32_t seedCount(uint32_t usual)
+{
+    const QByteArray value = qgetenv("CORVANE_EQUIVALENCE_SEEDS");
+    bool ok = false;
+    const uint32_t count = value.toUInt(&ok);
+    return ok && count > 0 ? count : usual;
+}
+
 void expectAgreement(const DiagnosticParser& parser, const std::string& text, uint32_t seed)
 {
     const std::optional<std::string> difference = crossCheckParser(parser, text);
@@ -164,7 +175,8 @@ void expectAgreement(const DiagnosticParser& parser, const std::string& text, ui
 TEST(DiagnosticParserEquivalence, ShortRandomTexts)
 {
     const DiagnosticParser parser;
-    for (uint32_t seed = 1; seed <= 4000; ++seed) {
+    const uint32_t seeds = seedCount(4000);
+    for (uint32_t seed = 1; seed <= seeds; ++seed) {
         RandomLog log(seed);
         expectAgreement(parser, log.text(1 + int(seed % 40)), seed);
         if (::testing::Test::HasFailure())
@@ -197,7 +209,8 @@ TEST(DiagnosticParserEquivalence, ByteSoup)
         "\t", "a", "W", "ARNING", std::string_view("\0", 1), "\x80", "\xF0"};
     const DiagnosticParser parser;
     std::mt19937 random(7);
-    for (uint32_t seed = 1; seed <= 2000; ++seed) {
+    const uint32_t seeds = seedCount(2000);
+    for (uint32_t seed = 1; seed <= seeds; ++seed) {
         std::string text;
         const unsigned length = 1 + random() % 80;
         for (unsigned i = 0; i < length; ++i)
