@@ -1,6 +1,7 @@
 #include "DiagnosticParser.h"
 
-#include "ParserMatches.h"
+#include "ParserCandidates.h"
+#include "ParserSearch.h"
 
 #include <QSet>
 
@@ -17,6 +18,8 @@ namespace corvane {
 
 struct DiagnosticParser::Patterns {
     std::unique_ptr<icu::RegexPattern> location;
+    // The located pattern from the "\." of its path on; see ParserSearch.cpp.
+    std::unique_ptr<icu::RegexPattern> locationTail;
     std::unique_ptr<icu::RegexPattern> simple;
 };
 
@@ -24,6 +27,8 @@ namespace {
 
 std::unique_ptr<icu::RegexPattern> compile(std::u16string_view pattern)
 {
+    if (pattern.empty())
+        return nullptr;
     UErrorCode status = U_ZERO_ERROR;
     UParseError parseError{};
     const icu::UnicodeString source(false, pattern.data(), int32_t(pattern.size()));
@@ -34,21 +39,21 @@ std::unique_ptr<icu::RegexPattern> compile(std::u16string_view pattern)
     return compiled;
 }
 
-// Characters U+0000 to U+0003 separate pieces of a log like line breaks do.
-// The activity log reader never leaves them in its text, so the copy is rare.
-bool needsNormalising(std::string_view text)
+// "(/[^\n\r]+?\.(?:exts)):(\d+)..." without the path's lazy start and
+// without the path group's closing parenthesis: "\.(?:exts):(\d+)...".
+std::u16string locationTailPattern(std::u16string_view location)
 {
-    return std::any_of(text.begin(), text.end(), [](char c) { return unsigned(c) <= 3; });
-}
-
-std::string normalised(std::string_view text)
-{
-    std::string copy(text);
-    for (char& c : copy) {
-        if (unsigned(c) <= 3)
-            c = '\n';
-    }
-    return copy;
+    const std::u16string_view head = u"(?m)(/[^\\n\\r]+?";
+    const std::u16string_view extensionsEnd = u"))";
+    if (location.substr(0, head.size()) != head)
+        return {};
+    const std::u16string_view rest = location.substr(head.size());
+    const size_t close = rest.find(extensionsEnd);
+    if (close == std::u16string_view::npos)
+        return {};
+    std::u16string tail(rest.substr(0, close + 1));
+    tail += rest.substr(close + 2);
+    return tail;
 }
 
 QString slice(std::string_view text, ByteRange range)
@@ -129,6 +134,7 @@ DiagnosticParser::DiagnosticParser()
 {
     auto patterns = std::make_shared<Patterns>();
     patterns->location = compile(locationPattern);
+    patterns->locationTail = compile(locationTailPattern(locationPattern));
     patterns->simple = compile(simplePattern);
     m_patterns = std::move(patterns);
 }
@@ -151,23 +157,47 @@ QList<BuildDiagnostic> DiagnosticParser::parse(const QString& text) const
 
 QList<BuildDiagnostic> DiagnosticParser::parse(std::string_view utf8Text) const
 {
-    // TODO(fast path): candidate search; until then the full search.
-    return parseByFullSearch(utf8Text);
+    return parseWith(utf8Text, Search::atCandidates);
 }
 
 QList<BuildDiagnostic> DiagnosticParser::parseByFullSearch(std::string_view utf8Text) const
 {
+    return parseWith(utf8Text, Search::full);
+}
+
+QList<BuildDiagnostic> DiagnosticParser::parseWith(std::string_view utf8Text, Search search) const
+{
+    // Characters U+0000 to U+0003 separate pieces of a log like line breaks
+    // do. The activity log reader never leaves them in its text, so the copy
+    // is rare.
     std::string copy;
-    if (needsNormalising(utf8Text)) {
-        copy = normalised(utf8Text);
+    if (hasPieceSeparators(utf8Text)) {
+        copy = withPieceSeparatorsAsLineFeeds(utf8Text);
         utf8Text = copy;
     }
     PassMatches matches;
-    if (m_patterns->location)
-        matches.located = findLocatedByFullSearch(*m_patterns->location, utf8Text);
-    if (m_patterns->simple)
-        matches.simple = findSimpleByFullSearch(*m_patterns->simple, utf8Text);
+    matches.located = locatedMatches(utf8Text, search);
+    matches.simple = simpleMatches(utf8Text, search);
     return buildDiagnostics(utf8Text, matches);
+}
+
+std::vector<LocatedMatch> DiagnosticParser::locatedMatches(std::string_view normalisedUtf8, Search search) const
+{
+    if (!m_patterns->location)
+        return {};
+    // Without the tail pattern only the plain search is exact.
+    if (search == Search::full || !m_patterns->locationTail)
+        return findLocatedByFullSearch(*m_patterns->location, normalisedUtf8);
+    return findLocatedAtCandidates(*m_patterns->location, *m_patterns->locationTail, normalisedUtf8);
+}
+
+std::vector<SimpleMatch> DiagnosticParser::simpleMatches(std::string_view normalisedUtf8, Search search) const
+{
+    if (!m_patterns->simple)
+        return {};
+    if (search == Search::full)
+        return findSimpleByFullSearch(*m_patterns->simple, normalisedUtf8);
+    return findSimpleAtCandidates(*m_patterns->simple, normalisedUtf8);
 }
 
 QString DiagnosticParser::cleanMessage(QStringView captured)

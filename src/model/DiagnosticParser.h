@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BuildDiagnostic.h"
+#include "ParserMatches.h"
 
 #include <QList>
 #include <QString>
@@ -37,6 +38,18 @@ public:
     // pattern backtrack from every "/".
     QList<BuildDiagnostic> parseByFullSearch(std::string_view utf8Text) const;
 
+    enum class Search {
+        // Anchored matching at the few places a byte scan finds: parse().
+        atCandidates,
+        // The plain search over the whole text: parseByFullSearch().
+        full,
+    };
+    // The matches of each pass, as byte ranges into a text that is already
+    // normalised (see withPieceSeparatorsAsLineFeeds). Empty when the
+    // pattern did not compile.
+    std::vector<LocatedMatch> locatedMatches(std::string_view normalisedUtf8, Search search) const;
+    std::vector<SimpleMatch> simpleMatches(std::string_view normalisedUtf8, Search search) const;
+
     bool hasLocationRegex() const;
     bool hasSimpleRegex() const;
 
@@ -48,6 +61,8 @@ public:
     struct Patterns;
 
 private:
+    QList<BuildDiagnostic> parseWith(std::string_view utf8Text, Search search) const;
+
     std::shared_ptr<const Patterns> m_patterns;
 };
 

@@ -4,14 +4,7 @@
 // into the UTF-8 text, before any record is built from them.
 
 #include <cstdint>
-#include <string_view>
 #include <vector>
-
-#include <unicode/uversion.h>
-
-U_NAMESPACE_BEGIN
-class RegexPattern;
-U_NAMESPACE_END
 
 namespace corvane {
 
@@ -39,10 +32,5 @@ struct PassMatches {
     std::vector<LocatedMatch> located;
     std::vector<SimpleMatch> simple;
 };
-
-// Every match of a pattern in the whole text, left to right, without overlap:
-// the plain search that defines the result.
-std::vector<LocatedMatch> findLocatedByFullSearch(const icu::RegexPattern& pattern, std::string_view utf8);
-std::vector<SimpleMatch> findSimpleByFullSearch(const icu::RegexPattern& pattern, std::string_view utf8);
 
 } // namespace corvane

@@ -1,0 +1,172 @@
+#include "ParserCandidates.h"
+
+#include <array>
+#include <cstring>
+
+namespace corvane {
+
+namespace {
+
+// The alternatives of the located pattern's extension group.
+constexpr std::array<std::string_view, 13> sourceExtensions = {
+    "swift", "m", "mm", "h", "hpp", "c", "cc", "cpp", "metal", "storyboard", "xib",
+    "intentdefinition", "xcassets"};
+
+// A non-ASCII spelling of an extension (ſ for s, ﬁ for fi, ß for ss, ...)
+// takes at most four bytes per letter of the longest extension.
+constexpr std::size_t longestExtensionBytes = 4 * std::string_view("intentdefinition").size();
+
+bool isAsciiLetter(unsigned char c)
+{
+    return unsigned((c | 0x20) - 'a') < 26;
+}
+
+bool isAsciiDigit(unsigned char c)
+{
+    return unsigned(c - '0') < 10;
+}
+
+// Compares with a lower-case ASCII word, ignoring the case of `bytes`.
+bool equalsLowerAscii(const char* bytes, std::string_view lowerWord)
+{
+    for (std::size_t i = 0; i < lowerWord.size(); ++i) {
+        if ((static_cast<unsigned char>(bytes[i]) | 0x20) != static_cast<unsigned char>(lowerWord[i]))
+            return false;
+    }
+    return true;
+}
+
+bool isSourceExtension(const char* bytes, std::size_t length)
+{
+    for (std::string_view extension : sourceExtensions) {
+        if (extension.size() == length && equalsLowerAscii(bytes, extension))
+            return true;
+    }
+    return false;
+}
+
+// After ".ext:" the located form needs digits, then ":", then either more
+// digits and ":" or the severity. Looking at ASCII alone this rejects the
+// many "File.swift:12" mentions of stack traces and remarks; a non-ASCII
+// byte may be a digit and is left to the regular expression.
+bool mayHaveLocationAfter(const unsigned char* bytes, std::size_t size, std::size_t at)
+{
+    for (int number = 0; number < 2; ++number) {
+        const std::size_t digits = at;
+        while (at < size && isAsciiDigit(bytes[at]))
+            ++at;
+        if (at == size)
+            return false;
+        if (bytes[at] >= 0x80)
+            return true;
+        if (at == digits)
+            return number == 1; // no column: the severity may follow
+        if (bytes[at] != ':')
+            return false;
+        ++at;
+    }
+    return true;
+}
+
+template <typename Visit>
+void forEachColon(std::string_view text, Visit&& visit)
+{
+    const char* const begin = text.data();
+    const char* const end = begin + text.size();
+    const char* at = begin;
+    while (at < end) {
+        const void* found = std::memchr(at, ':', std::size_t(end - at));
+        if (!found)
+            return;
+        const char* colon = static_cast<const char*>(found);
+        visit(std::size_t(colon - begin));
+        at = colon + 1;
+    }
+}
+
+uint64_t load64(const char* bytes)
+{
+    uint64_t word;
+    std::memcpy(&word, bytes, sizeof word);
+    return word;
+}
+
+} // namespace
+
+bool hasPieceSeparators(std::string_view utf8)
+{
+    // Eight bytes at a time: a byte below 4 sets its high bit in
+    // (x - 0x04..) & ~x, and no other byte does for the any-byte question.
+    constexpr uint64_t fours = 0x0404040404040404ull;
+    constexpr uint64_t highBits = 0x8080808080808080ull;
+    const char* at = utf8.data();
+    const char* const end = at + utf8.size();
+    while (end - at >= 32) {
+        const uint64_t a = load64(at), b = load64(at + 8), c = load64(at + 16), d = load64(at + 24);
+        const uint64_t hits = ((a - fours) & ~a) | ((b - fours) & ~b) | ((c - fours) & ~c) | ((d - fours) & ~d);
+        if (hits & highBits)
+            return true;
+        at += 32;
+    }
+    for (; at < end; ++at) {
+        if (static_cast<unsigned char>(*at) <= 3)
+            return true;
+    }
+    return false;
+}
+
+std::string withPieceSeparatorsAsLineFeeds(std::string_view utf8)
+{
+    std::string copy(utf8);
+    for (char& c : copy) {
+        if (static_cast<unsigned char>(c) <= 3)
+            c = '\n';
+    }
+    return copy;
+}
+
+std::vector<int64_t> findExtensionCandidates(std::string_view text)
+{
+    std::vector<int64_t> dots;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    forEachColon(text, [&](std::size_t colon) {
+        // The line number's first digit; \d also takes non-ASCII digits.
+        if (colon + 1 >= text.size())
+            return;
+        const unsigned char next = bytes[colon + 1];
+        if (!isAsciiDigit(next) && next < 0x80)
+            return;
+        std::size_t at = colon;
+        bool nonAscii = false;
+        while (at > 0 && colon - at < longestExtensionBytes) {
+            const unsigned char c = bytes[at - 1];
+            if (c >= 0x80)
+                nonAscii = true;
+            else if (!isAsciiLetter(c))
+                break;
+            --at;
+        }
+        if (at == 0 || at == colon || bytes[at - 1] != '.')
+            return;
+        if ((nonAscii || isSourceExtension(text.data() + at, colon - at))
+            && mayHaveLocationAfter(bytes, text.size(), colon + 1))
+            dots.push_back(int64_t(at - 1));
+    });
+    return dots;
+}
+
+std::vector<int64_t> findSeverityWordCandidates(std::string_view text)
+{
+    std::vector<int64_t> words;
+    forEachColon(text, [&](std::size_t colon) {
+        for (std::string_view word : {std::string_view("error"), std::string_view("warning"), std::string_view("note")}) {
+            if (colon >= word.size() && equalsLowerAscii(text.data() + colon - word.size(), word)) {
+                words.push_back(int64_t(colon - word.size()));
+                return;
+            }
+        }
+    });
+    return words;
+}
+
+} // namespace corvane

@@ -1,0 +1,33 @@
+#pragma once
+
+// Internal to the parser: byte-level scans that find the few places where a
+// pattern can match, so that the regular expressions run only there.
+//
+// Both scans start from the ":" that each form needs right after its
+// extension or severity word; colons are rare in the long compiler command
+// lines that make up most of a log, and memchr finds them quickly.
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace corvane {
+
+// True when the text holds a character U+0000 to U+0003.
+bool hasPieceSeparators(std::string_view utf8);
+// A copy with each of those characters replaced by a line feed.
+std::string withPieceSeparatorsAsLineFeeds(std::string_view utf8);
+
+// Positions of every "." that may begin ".ext:" followed by a digit for one
+// of the source extensions of the located form, ascending. A superset: any
+// spot where a non-ASCII character could take part is included and left to
+// the regular expression.
+std::vector<int64_t> findExtensionCandidates(std::string_view utf8);
+
+// Positions of every "error", "warning" or "note" (ASCII, any letter case)
+// directly followed by ":", ascending. No other character folds into these
+// words under case-insensitive matching, so the list is exact.
+std::vector<int64_t> findSeverityWordCandidates(std::string_view utf8);
+
+} // namespace corvane

@@ -1,0 +1,90 @@
+#include "ParserCrossCheck.h"
+
+#include "DiagnosticParser.h"
+#include "ParserCandidates.h"
+
+#include <algorithm>
+#include <sstream>
+
+namespace corvane {
+
+namespace {
+
+std::ostream& operator<<(std::ostream& out, const ByteRange& range)
+{
+    return out << '[' << range.begin << ',' << range.end << ')';
+}
+
+std::ostream& operator<<(std::ostream& out, const LocatedMatch& m)
+{
+    return out << "whole " << m.whole << " path " << m.path << " line " << m.line << " column " << m.column
+               << " severity " << m.severity << " message " << m.message;
+}
+
+std::ostream& operator<<(std::ostream& out, const SimpleMatch& m)
+{
+    return out << "whole " << m.whole << " severity " << m.severity << " message " << m.message;
+}
+
+template <typename Match>
+std::optional<std::string> compareMatches(const char* pass, const std::vector<Match>& fast,
+                                          const std::vector<Match>& full)
+{
+    for (size_t i = 0; i < std::max(fast.size(), full.size()); ++i) {
+        if (i < fast.size() && i < full.size() && fast[i] == full[i])
+            continue;
+        std::ostringstream out;
+        out << pass << " match " << i << ": candidates ";
+        if (i < fast.size())
+            out << fast[i];
+        else
+            out << "(none)";
+        out << "; full search ";
+        if (i < full.size())
+            out << full[i];
+        else
+            out << "(none)";
+        return out.str();
+    }
+    return std::nullopt;
+}
+
+BuildDiagnostic withoutIdentity(BuildDiagnostic diagnostic)
+{
+    diagnostic.id = QUuid();
+    diagnostic.timestamp = AbsoluteTime();
+    return diagnostic;
+}
+
+} // namespace
+
+std::optional<std::string> crossCheckParser(const DiagnosticParser& parser, std::string_view utf8Text)
+{
+    std::string copy;
+    std::string_view text = utf8Text;
+    if (hasPieceSeparators(text)) {
+        copy = withPieceSeparatorsAsLineFeeds(text);
+        text = copy;
+    }
+    using Search = DiagnosticParser::Search;
+    if (auto difference = compareMatches("located", parser.locatedMatches(text, Search::atCandidates),
+                                         parser.locatedMatches(text, Search::full)))
+        return difference;
+    if (auto difference = compareMatches("simple", parser.simpleMatches(text, Search::atCandidates),
+                                         parser.simpleMatches(text, Search::full)))
+        return difference;
+
+    const QList<BuildDiagnostic> fast = parser.parse(utf8Text);
+    const QList<BuildDiagnostic> full = parser.parseByFullSearch(utf8Text);
+    if (fast.size() != full.size())
+        return "diagnostics: " + std::to_string(fast.size()) + " by candidates, " + std::to_string(full.size())
+            + " by full search";
+    for (qsizetype i = 0; i < fast.size(); ++i) {
+        if (withoutIdentity(fast[i]) != withoutIdentity(full[i]))
+            return "diagnostic " + std::to_string(i) + " differs: " + fast[i].rawText.toStdString() + " / "
+                + full[i].rawText.toStdString();
+    }
+    return std::nullopt;
+}
+
+} // namespace corvane
