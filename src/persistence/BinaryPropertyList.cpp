@@ -1,7 +1,9 @@
 #include "BinaryPropertyList.h"
 
+#include <QBuffer>
 #include <QHash>
 
+#include <array>
 #include <bit>
 #include <cstring>
 #include <limits>
@@ -41,22 +43,28 @@ int bytesFor(quint64 value)
 
 // ---- Writing ---------------------------------------------------------------
 
+// Writes through a small buffer that is handed to the device whenever it
+// fills: a history file runs to megabytes, and touching a fresh buffer of that
+// size costs more than the encoding itself.
 class Encoder {
 public:
-    QByteArray run(const PropertyListValue& root);
+    bool run(const PropertyListValue& root, QIODevice& device);
 
 private:
     // One object of the file: a value of the tree, or a dictionary key.
     struct Object {
-        const PropertyListValue* value = nullptr;
-        const QString* key = nullptr;
+        const void* item = nullptr; // a PropertyListValue, or a QString when isKey
         quint32 firstReference = 0; // containers: where their references start in m_references
+        bool isKey = false;
     };
 
     quint32 add(Object object);
     quint32 flatten(const PropertyListValue& value);
     quint32 flattenString(const QString& string, const PropertyListValue* value);
 
+    void ensure(qsizetype count);
+    void flush();
+    quint64 position() const { return m_flushed + quint64(m_written); }
     char* grow(qsizetype count);
     void writeBigEndian(quint64 value, int size);
     void writeMarker(quint8 type, quint64 count);
@@ -67,11 +75,26 @@ private:
 
     std::vector<Object> m_objects;
     std::vector<quint32> m_references;
+    // Strings are looked up first by where their characters live: every
+    // record's keys are the same few literals, so most look-ups end in this
+    // small cache without hashing any text. The tree is alive and unchanged
+    // while it is written, so one buffer and length always hold the same text.
+    struct CachedBuffer {
+        const void* characters = nullptr;
+        qsizetype size = -1;
+        quint32 index = 0;
+    };
+    std::array<CachedBuffer, 256> m_recentBuffers{};
     QHash<QString, quint32> m_strings;
     QHash<qint64, quint32> m_integers;
     quint32 m_booleans[2] = {std::numeric_limits<quint32>::max(), std::numeric_limits<quint32>::max()};
     int m_referenceSize = 1;
-    QByteArray m_out;
+
+    QIODevice* m_device = nullptr;
+    QByteArray m_buffer;
+    qsizetype m_written = 0; // bytes in m_buffer
+    quint64 m_flushed = 0;   // bytes already handed to m_device
+    bool m_failed = false;
 };
 
 quint32 Encoder::add(Object object)
@@ -82,11 +105,18 @@ quint32 Encoder::add(Object object)
 
 quint32 Encoder::flattenString(const QString& string, const PropertyListValue* value)
 {
-    const auto it = m_strings.constFind(string);
-    if (it != m_strings.cend())
-        return *it;
-    const quint32 index = value ? add({value, nullptr, 0}) : add({nullptr, &string, 0});
-    m_strings.insert(string, index);
+    const void* characters = string.constData();
+    CachedBuffer& cached = m_recentBuffers[(quintptr(characters) >> 4) % m_recentBuffers.size()];
+    if (cached.characters == characters && cached.size == string.size())
+        return cached.index;
+    quint32 index;
+    if (const auto it = m_strings.constFind(string); it != m_strings.cend()) {
+        index = *it;
+    } else {
+        index = value ? add({value, 0, false}) : add({&string, 0, true});
+        m_strings.insert(string, index);
+    }
+    cached = {characters, string.size(), index};
     return index;
 }
 
@@ -98,21 +128,21 @@ quint32 Encoder::flatten(const PropertyListValue& value)
     case PropertyListValue::Type::boolean: {
         quint32& slot = m_booleans[*value.boolean() ? 1 : 0];
         if (slot == std::numeric_limits<quint32>::max())
-            slot = add({&value, nullptr, 0});
+            slot = add({&value, 0, false});
         return slot;
     }
     case PropertyListValue::Type::integer: {
         const auto it = m_integers.constFind(*value.integer());
         if (it != m_integers.cend())
             return *it;
-        const quint32 index = add({&value, nullptr, 0});
+        const quint32 index = add({&value, 0, false});
         m_integers.insert(*value.integer(), index);
         return index;
     }
     case PropertyListValue::Type::array: {
         const auto& elements = *value.array();
         const size_t first = m_references.size();
-        const quint32 index = add({&value, nullptr, quint32(first)});
+        const quint32 index = add({&value, quint32(first), false});
         m_references.resize(first + elements.size());
         for (size_t i = 0; i < elements.size(); ++i) {
             const quint32 reference = flatten(elements[i]);
@@ -124,7 +154,7 @@ quint32 Encoder::flatten(const PropertyListValue& value)
         const auto& entries = *value.dictionary();
         const size_t count = entries.size();
         const size_t first = m_references.size();
-        const quint32 index = add({&value, nullptr, quint32(first)});
+        const quint32 index = add({&value, quint32(first), false});
         m_references.resize(first + 2 * count);
         for (size_t i = 0; i < count; ++i) {
             const quint32 reference = flattenString(entries[i].first, nullptr);
@@ -137,17 +167,35 @@ quint32 Encoder::flatten(const PropertyListValue& value)
         return index;
     }
     default:
-        return add({&value, nullptr, 0});
+        return add({&value, 0, false});
     }
+}
+
+void Encoder::flush()
+{
+    if (m_written > 0 && m_device->write(m_buffer.constData(), m_written) != m_written)
+        m_failed = true;
+    m_flushed += quint64(m_written);
+    m_written = 0;
+}
+
+// Makes room for count bytes in one piece; only a string or data longer than
+// the buffer makes the buffer itself grow.
+void Encoder::ensure(qsizetype count)
+{
+    if (m_buffer.size() - m_written >= count)
+        return;
+    flush();
+    if (m_buffer.size() < count)
+        m_buffer.resize(count);
 }
 
 char* Encoder::grow(qsizetype count)
 {
-    const qsizetype old = m_out.size();
-    if (m_out.capacity() < old + count)
-        m_out.reserve(std::max<qsizetype>(2 * m_out.capacity(), old + count));
-    m_out.resize(old + count);
-    return m_out.data() + old;
+    ensure(count);
+    char* p = m_buffer.data() + m_written;
+    m_written += count;
+    return p;
 }
 
 void Encoder::writeBigEndian(quint64 value, int size)
@@ -180,23 +228,31 @@ void Encoder::writeMarker(quint8 type, quint64 count)
 
 void Encoder::writeString(const QString& string)
 {
+    // The count is the same for both forms, so the marker can be written
+    // first; the text is copied as ASCII and redone as UTF-16 only when a
+    // character above 127 turns up.
     const char16_t* units = reinterpret_cast<const char16_t*>(string.utf16());
     const qsizetype length = string.size();
-    bool ascii = true;
-    for (qsizetype i = 0; i < length && ascii; ++i)
-        ascii = units[i] < 0x80;
-    if (ascii) {
-        writeMarker(markerAsciiString, quint64(length));
-        char* p = grow(length);
-        for (qsizetype i = 0; i < length; ++i)
-            p[i] = char(units[i]);
-    } else {
-        writeMarker(markerUtf16String, quint64(length));
-        char* p = grow(2 * length);
-        for (qsizetype i = 0; i < length; ++i) {
-            p[2 * i] = char(units[i] >> 8);
-            p[2 * i + 1] = char(units[i] & 0xFF);
-        }
+    // Marker, a count of up to nine bytes, and the text in its larger form:
+    // nothing may be flushed between the marker and the end of the text.
+    ensure(10 + 2 * length);
+    const qsizetype markerAt = m_written;
+    writeMarker(markerAsciiString, quint64(length));
+    const qsizetype textAt = m_written;
+    char* p = grow(length);
+    char16_t seen = 0;
+    for (qsizetype i = 0; i < length; ++i) {
+        seen |= units[i];
+        p[i] = char(units[i]);
+    }
+    if (seen < 0x80)
+        return;
+    m_buffer[markerAt] = char(markerUtf16String | (m_buffer[markerAt] & 0x0F));
+    m_written = textAt;
+    p = grow(2 * length);
+    for (qsizetype i = 0; i < length; ++i) {
+        p[2 * i] = char(units[i] >> 8);
+        p[2 * i + 1] = char(units[i] & 0xFF);
     }
 }
 
@@ -215,11 +271,11 @@ void Encoder::writeReferences(quint32 first, quint64 count)
 
 void Encoder::writeObject(const Object& object)
 {
-    if (object.key) {
-        writeString(*object.key);
+    if (object.isKey) {
+        writeString(*static_cast<const QString*>(object.item));
         return;
     }
-    const PropertyListValue& value = *object.value;
+    const PropertyListValue& value = *static_cast<const PropertyListValue*>(object.item);
     switch (value.type()) {
     case PropertyListValue::Type::boolean:
         *grow(1) = char(*value.boolean() ? markerTrue : markerFalse);
@@ -260,21 +316,51 @@ void Encoder::writeObject(const Object& object)
     }
 }
 
-QByteArray Encoder::run(const PropertyListValue& root)
+// An upper bound of the objects and references a tree needs, so that their
+// lists are allocated once instead of being copied as they grow.
+void countObjects(const PropertyListValue& value, size_t& objects, size_t& references, size_t& strings)
 {
+    ++objects;
+    if (value.type() == PropertyListValue::Type::string)
+        ++strings;
+    if (const auto* elements = value.array()) {
+        references += elements->size();
+        for (const PropertyListValue& element : *elements)
+            countObjects(element, objects, references, strings);
+    } else if (const auto* entries = value.dictionary()) {
+        objects += entries->size();
+        strings += entries->size();
+        references += 2 * entries->size();
+        for (const auto& entry : *entries)
+            countObjects(entry.second, objects, references, strings);
+    }
+}
+
+bool Encoder::run(const PropertyListValue& root, QIODevice& device)
+{
+    m_device = &device;
+    size_t objects = 0;
+    size_t references = 0;
+    size_t strings = 0;
+    countObjects(root, objects, references, strings);
+    m_objects.reserve(objects);
+    m_references.reserve(references);
+    // Dictionary keys repeat in every record; a quarter of the strings is a
+    // fair guess of the distinct ones that saves most rehashing.
+    m_strings.reserve(qsizetype(strings / 4));
     flatten(root);
     m_referenceSize = bytesFor(m_objects.size() - 1);
 
-    m_out.reserve(qsizetype(m_objects.size()) * 16 + 64);
+    m_buffer.resize(128 * 1024);
     std::memcpy(grow(magicSize), magic, magicSize);
     std::vector<quint64> offsets;
     offsets.reserve(m_objects.size());
     for (const Object& object : m_objects) {
-        offsets.push_back(quint64(m_out.size()));
+        offsets.push_back(position());
         writeObject(object);
     }
 
-    const quint64 tableOffset = quint64(m_out.size());
+    const quint64 tableOffset = position();
     const int offsetSize = bytesFor(offsets.back());
     for (quint64 offset : offsets)
         writeBigEndian(offset, offsetSize);
@@ -285,7 +371,8 @@ QByteArray Encoder::run(const PropertyListValue& root)
     writeBigEndian(m_objects.size(), 8);
     writeBigEndian(0, 8); // the root is always the first object
     writeBigEndian(tableOffset, 8);
-    return m_out;
+    flush();
+    return !m_failed;
 }
 
 // ---- Reading ---------------------------------------------------------------
@@ -626,7 +713,16 @@ Result<PropertyListValue> Decoder::run()
 
 QByteArray BinaryPropertyList::encode(const PropertyListValue& root)
 {
-    return Encoder().run(root);
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    Encoder().run(root, buffer);
+    return bytes;
+}
+
+bool BinaryPropertyList::write(const PropertyListValue& root, QIODevice& device)
+{
+    return Encoder().run(root, device);
 }
 
 Result<PropertyListValue> BinaryPropertyList::decode(QByteArrayView bytes)

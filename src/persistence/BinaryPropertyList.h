@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QByteArrayView>
+#include <QIODevice>
 #include <QString>
 
 namespace corvane {
@@ -41,6 +42,8 @@ public:
     static constexpr int maximumDepth = 256;
 
     static QByteArray encode(const PropertyListValue& root);
+    // Streams the encoding to a device; false when the device refused bytes.
+    static bool write(const PropertyListValue& root, QIODevice& device);
     static Result<PropertyListValue> decode(QByteArrayView bytes);
 };
 

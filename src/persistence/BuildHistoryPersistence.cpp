@@ -27,9 +27,7 @@ void moveAside(const QString& folder)
     QFile::rename(folder + u'/' + BuildHistoryPersistence::fileName, damaged);
 }
 
-} // namespace
-
-QByteArray BuildHistoryPersistence::encodeArchive(const BuildHistoryArchive& archive)
+PropertyListValue archiveValue(const BuildHistoryArchive& archive)
 {
     PropertyListValue::Array sessions;
     sessions.reserve(size_t(archive.sessions.size()));
@@ -40,7 +38,14 @@ QByteArray BuildHistoryPersistence::encodeArchive(const BuildHistoryArchive& arc
     root.emplace_back(QStringLiteral("version"), PropertyListValue(archive.version));
     root.emplace_back(QStringLiteral("savedAt"), PropertyListRecords::encodeTime(archive.savedAt));
     root.emplace_back(QStringLiteral("sessions"), PropertyListValue(std::move(sessions)));
-    return BinaryPropertyList::encode(PropertyListValue(std::move(root)));
+    return PropertyListValue(std::move(root));
+}
+
+} // namespace
+
+QByteArray BuildHistoryPersistence::encodeArchive(const BuildHistoryArchive& archive)
+{
+    return BinaryPropertyList::encode(archiveValue(archive));
 }
 
 Result<BuildHistoryArchive> BuildHistoryPersistence::decodeArchive(QByteArrayView bytes)
@@ -124,8 +129,12 @@ Result<void> BuildHistoryPersistence::save(const QList<BuildSession>& sessions) 
         return folder.error();
     const QString path = folder.value() + u'/' + fileName;
 
-    const BuildHistoryArchive archive{1, AbsoluteTime::now(), firstSessions(sessions)};
-    if (Result<void> written = StorageFile::writeAtomically(path, encodeArchive(archive)); !written)
+    const PropertyListValue archive =
+        archiveValue({1, AbsoluteTime::now(), firstSessions(sessions)});
+    // Streamed into the file rather than built whole in memory first.
+    const Result<void> written = StorageFile::writeAtomically(
+        path, [&archive](QIODevice& file) { return BinaryPropertyList::write(archive, file); });
+    if (!written)
         return written;
 
     if (!QFileInfo::exists(path))

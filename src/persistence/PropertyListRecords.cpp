@@ -57,20 +57,35 @@ std::optional<QUuid> uuidFromCanonicalText(QStringView text)
         bytes[size_t(nibble / 2)] = uchar(bytes[size_t(nibble / 2)] | (nibble % 2 ? value : value << 4));
         ++nibble;
     }
-    return QUuid::fromRfc4122(QByteArrayView(bytes.data(), qsizetype(bytes.size())));
+    const auto be = [&bytes](size_t at, int count) {
+        uint value = 0;
+        for (int i = 0; i < count; ++i)
+            value = (value << 8) | bytes[at + size_t(i)];
+        return value;
+    };
+    return QUuid(be(0, 4), ushort(be(4, 2)), ushort(be(6, 2)), bytes[8], bytes[9], bytes[10],
+                 bytes[11], bytes[12], bytes[13], bytes[14], bytes[15]);
 }
 
 QString canonicalUuidText(const QUuid& uuid)
 {
     static constexpr char digits[] = "0123456789ABCDEF";
-    const QByteArray bytes = uuid.toRfc4122();
+    std::array<uchar, 16> bytes{};
+    for (int i = 0; i < 4; ++i)
+        bytes[size_t(i)] = uchar(uuid.data1 >> (24 - 8 * i));
+    bytes[4] = uchar(uuid.data2 >> 8);
+    bytes[5] = uchar(uuid.data2);
+    bytes[6] = uchar(uuid.data3 >> 8);
+    bytes[7] = uchar(uuid.data3);
+    for (int i = 0; i < 8; ++i)
+        bytes[size_t(8 + i)] = uuid.data4[i];
     QString text(36, Qt::Uninitialized);
     char16_t* out = reinterpret_cast<char16_t*>(text.data());
     qsizetype position = 0;
     for (int i = 0; i < 16; ++i) {
         if (isHyphenPosition(position))
             out[position++] = u'-';
-        const uchar byte = uchar(bytes[i]);
+        const uchar byte = bytes[size_t(i)];
         out[position++] = char16_t(digits[byte >> 4]);
         out[position++] = char16_t(digits[byte & 0x0F]);
     }

@@ -23,10 +23,18 @@ Result<QByteArray> StorageFile::read(const QString& path)
 
 Result<void> StorageFile::writeAtomically(const QString& path, const QByteArray& bytes)
 {
+    return writeAtomically(path, [&bytes](QIODevice& device) {
+        return device.write(bytes) == bytes.size();
+    });
+}
+
+Result<void> StorageFile::writeAtomically(const QString& path,
+                                          const std::function<bool(QIODevice&)>& write)
+{
     QSaveFile file(path);
     if (!file.open(QIODevice::WriteOnly))
         return error(file);
-    if (file.write(bytes) != bytes.size()) {
+    if (!write(file)) {
         Error failure = error(file);
         file.cancelWriting();
         return failure;

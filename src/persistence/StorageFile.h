@@ -5,7 +5,10 @@
 #include <QByteArray>
 #include <QString>
 
+#include <functional>
+
 class QFileDevice;
+class QIODevice;
 
 namespace corvane {
 
@@ -19,6 +22,10 @@ public:
     // The bytes go to a temporary file beside the target that then replaces
     // it, so a failed write leaves the previous file whole.
     static Result<void> writeAtomically(const QString& path, const QByteArray& bytes);
+    // The same for content that writes itself to the file; write returns
+    // false when the file refused bytes.
+    static Result<void> writeAtomically(const QString& path,
+                                        const std::function<bool(QIODevice&)>& write);
     static Error error(const QFileDevice& file);
 };
 
