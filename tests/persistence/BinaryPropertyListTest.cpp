@@ -200,8 +200,22 @@ TEST(BinaryPropertyList, RefusesCyclesSharedContainersAndDeepNesting)
     // A diamond: without the check, thirty such levels would unfold into a
     // billion nodes from a few hundred bytes.
     EXPECT_EQ(error({QByteArray("\xA2\x01\x01"), QByteArray("\xA0")}), BinaryPropertyList::sharedContainer);
-    // Shared strings are fine.
+    // Shared strings and data are fine, and are not copied per reference: a
+    // thousand references to one large object stay one object in memory.
     EXPECT_EQ(error({QByteArray("\xA2\x01\x01"), QByteArray("\x51x")}), 0);
+    RawPropertyList many;
+    many.referenceSize = 2;
+    many.offsetSize = 4;
+    many.objects = {QByteArray("\x4F\x12") + bigEndian(1 << 20, 4) + QByteArray(1 << 20, 'd'),
+                    QByteArray("\xAF\x11") + bigEndian(1000, 2)};
+    for (int i = 0; i < 1000; ++i)
+        many.objects[1] += bigEndian(0, 2);
+    many.top = 1;
+    const Result<PropertyListValue> shared = BinaryPropertyList::decode(many.bytes());
+    ASSERT_TRUE(shared.ok());
+    const Array& copies = *shared.value().array();
+    ASSERT_EQ(copies.size(), 1000u);
+    EXPECT_EQ(copies.front().data()->constData(), copies.back().data()->constData());
 
     const auto nested = [](int depth) {
         RawPropertyList raw;
