@@ -1,5 +1,6 @@
 // Files must stay readable by other property-list implementations, and files
 // they write must be readable here. Python's plistlib stands in for them.
+#include "BinaryPropertyList.h"
 #include "BuildHistoryPersistence.h"
 #include "DiagnosticPreferencesPersistence.h"
 #include "PersistenceTestSupport.h"
@@ -119,6 +120,26 @@ TEST_F(PlistlibInteropTest, PlistlibReadsOurPreferences)
     EXPECT_EQ(text(field(signature, u"severity"_s)), u"warning"_s);
     EXPECT_EQ(field(signature, u"line"_s), QJsonObject({{u"int"_s, u"5"_s}}));
     EXPECT_FALSE(signature[u"dict"_s].toObject().contains(u"column"_s));
+}
+
+TEST_F(PlistlibInteropTest, PlistlibReadsFilesThatNeedWideReferences)
+{
+    // Enough objects for 4-byte references and offsets.
+    PropertyListValue::Array items;
+    for (int i = 0; i < 70000; ++i)
+        items.emplace_back(QStringLiteral("item %1").arg(i));
+    items.emplace_back(qint64(-1) << 40);
+    const QString path = env.root() + u"/wide.plist"_s;
+    test::writeFile(path, BinaryPropertyList::encode(PropertyListValue(std::move(items))));
+    const test::PythonResult python = test::runPython(
+        uR"(
+import plistlib, sys
+v = plistlib.load(open(sys.argv[1], "rb"))
+print(len(v), v[0], v[69999], v[-1]))"_s,
+        {path});
+    ASSERT_TRUE(python.started);
+    ASSERT_EQ(python.exitCode, 0) << python.errors.toStdString();
+    EXPECT_EQ(python.output.trimmed(), QByteArray("70001 item 0 item 69999 -1099511627776"));
 }
 
 // Writes a history the way another program might: dates with microseconds,
