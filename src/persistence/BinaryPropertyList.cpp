@@ -7,6 +7,7 @@
 #include <bit>
 #include <cstring>
 #include <limits>
+#include <string_view>
 #include <vector>
 
 namespace corvane {
@@ -42,6 +43,20 @@ int bytesFor(quint64 value)
 }
 
 // ---- Writing ---------------------------------------------------------------
+
+// A string of the tree being written, by view: the tree outlives the writer,
+// so the view stays valid, and hashing with the standard library's byte hash
+// is several times faster than qHash's keyed hash on long texts.
+struct StringKey {
+    QStringView text;
+    bool operator==(const StringKey& other) const { return text == other.text; }
+};
+
+size_t qHash(const StringKey& key, size_t seed = 0) noexcept
+{
+    const std::u16string_view units(key.text.utf16(), size_t(key.text.size()));
+    return std::hash<std::u16string_view>{}(units) ^ seed;
+}
 
 // Writes through a small buffer that is handed to the device whenever it
 // fills: a history file runs to megabytes, and touching a fresh buffer of that
@@ -85,7 +100,7 @@ private:
         quint32 index = 0;
     };
     std::array<CachedBuffer, 256> m_recentBuffers{};
-    QHash<QString, quint32> m_strings;
+    QHash<StringKey, quint32> m_strings;
     QHash<qint64, quint32> m_integers;
     quint32 m_booleans[2] = {std::numeric_limits<quint32>::max(), std::numeric_limits<quint32>::max()};
     int m_referenceSize = 1;
@@ -110,11 +125,11 @@ quint32 Encoder::flattenString(const QString& string, const PropertyListValue* v
     if (cached.characters == characters && cached.size == string.size())
         return cached.index;
     quint32 index;
-    if (const auto it = m_strings.constFind(string); it != m_strings.cend()) {
+    if (const auto it = m_strings.constFind(StringKey{string}); it != m_strings.cend()) {
         index = *it;
     } else {
         index = value ? add({value, 0, false}) : add({&string, 0, true});
-        m_strings.insert(string, index);
+        m_strings.insert(StringKey{string}, index);
     }
     cached = {characters, string.size(), index};
     return index;
