@@ -64,7 +64,7 @@ class XcodeBuildWatcherTest : public ::testing::Test {
 protected:
     static constexpr int timeoutMs = 10000;
     // Long enough for several polls at the test interval.
-    static constexpr int quietMs = 400;
+    static constexpr int quietMs = 600;
 
     void SetUp() override
     {
@@ -316,11 +316,20 @@ TEST_F(XcodeBuildWatcherTest, DestroyingTheWatcherDuringARead)
     QByteArray big;
     for (int i = 0; i < 200000; ++i)
         big += QByteArray::number(i) + QByteArray(" CompileC something.o\x01");
+    // Destroyed from the event loop right after the read has begun, while
+    // gzip is still at work on the background job.
+    bool destroyed = false;
+    m_watcher->onStateChange = [&](const State& state) {
+        m_states.push_back(state);
+        if (state.kind == State::Kind::processing)
+            QTimer::singleShot(0, [&] {
+                m_watcher.reset();
+                destroyed = true;
+            });
+    };
     writeLog(QStringLiteral("Big-1"), big);
-    ASSERT_TRUE(waitFor(
-        [&] { return !m_states.empty() && m_states.back().kind == State::Kind::processing; }, timeoutMs));
-
-    m_watcher.reset();
+    ASSERT_TRUE(waitFor([&] { return destroyed; }, timeoutMs));
+    EXPECT_EQ(m_states.back(), State::processing(QStringLiteral("Big")));
     const std::size_t seen = m_states.size();
     wait(1500);
     EXPECT_EQ(m_states.size(), seen);
