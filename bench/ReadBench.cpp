@@ -1,0 +1,230 @@
+#include "ActivityLogReader.h"
+#include "BenchCommand.h"
+#include "TranscriptGenerator.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+
+#include <sys/resource.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <random>
+
+namespace corvane::bench {
+
+namespace {
+
+const QString gzipProgram = QStringLiteral("/usr/bin/gzip");
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+// User plus system seconds of this process and of its waited-for children.
+std::pair<double, double> cpuSeconds()
+{
+    const auto seconds = [](const rusage& usage) {
+        return usage.ru_utime.tv_sec + usage.ru_utime.tv_usec / 1e6 + usage.ru_stime.tv_sec
+            + usage.ru_stime.tv_usec / 1e6;
+    };
+    rusage self{};
+    rusage children{};
+    getrusage(RUSAGE_SELF, &self);
+    getrusage(RUSAGE_CHILDREN, &children);
+    return {seconds(self), seconds(children)};
+}
+
+long peakResidentKiB()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_maxrss; // KiB on Linux
+}
+
+// The size gzip recorded for the data, modulo 4 GiB.
+quint64 recordedUncompressedSize(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || file.size() < 4 || !file.seek(file.size() - 4))
+        return 0;
+    const QByteArray trailer = file.read(4);
+    quint64 size = 0;
+    for (int i = 3; i >= 0; --i)
+        size = size << 8 | static_cast<unsigned char>(trailer[i]);
+    return size;
+}
+
+// Seconds that "gzip -dc path" takes with its output thrown away.
+double timeGzipAlone(const QString& path)
+{
+    QProcess gzip;
+    gzip.setStandardOutputFile(QProcess::nullDevice());
+    QElapsedTimer timer;
+    timer.start();
+    gzip.start(gzipProgram, {QStringLiteral("-dc"), path}, QIODevice::ReadOnly);
+    gzip.waitForFinished(-1);
+    return timer.nsecsElapsed() / 1e9;
+}
+
+int readCommand(const std::vector<std::string>& arguments)
+{
+    int repeat = 5;
+    QString path;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        if (arguments[i] == "--repeat" && i + 1 < arguments.size())
+            repeat = std::max(1, std::stoi(arguments[++i]));
+        else
+            path = QString::fromStdString(arguments[i]);
+    }
+    if (path.isEmpty()) {
+        std::fprintf(stderr, "read: no file\n");
+        return 2;
+    }
+
+    const long startRss = peakResidentKiB();
+    std::vector<double> readSeconds;
+    std::vector<double> gzipSeconds;
+    std::vector<double> readCpu;
+    std::vector<double> readChildCpu;
+    std::vector<double> gzipCpu;
+    qsizetype textBytes = 0;
+    // Alternating the two keeps a change in machine load from favouring either.
+    for (int run = 0; run < repeat; ++run) {
+        const auto beforeGzip = cpuSeconds();
+        gzipSeconds.push_back(timeGzipAlone(path));
+        const auto beforeRead = cpuSeconds();
+        gzipCpu.push_back(beforeRead.second - beforeGzip.second);
+        QElapsedTimer timer;
+        timer.start();
+        const Result<QByteArray> text = readActivityLog(path);
+        readSeconds.push_back(timer.nsecsElapsed() / 1e9);
+        const auto afterRead = cpuSeconds();
+        readCpu.push_back(afterRead.first - beforeRead.first);
+        readChildCpu.push_back(afterRead.second - beforeRead.second);
+        if (!text) {
+            std::fprintf(stderr, "read: %s\n", qPrintable(text.error().description));
+            return 1;
+        }
+        textBytes = text.value().size();
+    }
+    const long peakRss = peakResidentKiB();
+
+    const quint64 decompressed = recordedUncompressedSize(path);
+    const double readMedian = median(readSeconds);
+    const double gzipMedian = median(gzipSeconds);
+    const double readBest = *std::min_element(readSeconds.begin(), readSeconds.end());
+    const double gzipBest = *std::min_element(gzipSeconds.begin(), gzipSeconds.end());
+    std::printf("file:                   %s\n", qPrintable(path));
+    std::printf("bytes in (compressed):  %lld\n", static_cast<long long>(QFileInfo(path).size()));
+    std::printf("decompressed bytes:     %llu (gzip trailer)\n", static_cast<unsigned long long>(decompressed));
+    std::printf("text bytes out:         %lld\n", static_cast<long long>(textBytes));
+    std::printf("runs:                   %d\n", repeat);
+    std::printf("read seconds:           median %.3f  best %.3f\n", readMedian, readBest);
+    std::printf("gzip -dc alone seconds: median %.3f  best %.3f\n", gzipMedian, gzipBest);
+    std::printf("ratio read / gzip:      median %.2f  best %.2f\n", readMedian / gzipMedian, readBest / gzipBest);
+    // On a busy machine wall time depends on what else runs; the processor
+    // time shows what the reading itself adds to gzip's work.
+    std::printf("cpu seconds (median):   gzip alone %.3f; read: gzip %.3f + reader %.3f\n", median(gzipCpu),
+                median(readChildCpu), median(readCpu));
+    std::printf("peak RSS:               %.1f MiB (%.1f MiB before reading)\n", peakRss / 1024.0, startRss / 1024.0);
+    if (decompressed > 0)
+        std::printf("peak RSS / decompressed: %.2f\n", peakRss * 1024.0 / static_cast<double>(decompressed));
+    return 0;
+}
+
+// Wraps a transcript in framing like Xcode's SLF activity logs: a header,
+// integers ended by '#', strings as a length, '"' and the bytes, and binary
+// bytes between records, so the reader has runs to find and noise to drop.
+std::string frameAsActivityLog(const std::string& transcript, std::uint32_t seed)
+{
+    std::mt19937 random(seed);
+    std::string log;
+    log.reserve(transcript.size() + transcript.size() / 16 + 64);
+    log += "SLF0";
+    static const char separators[] = {'\0', '\x01', '\x02', '\x05', '\x12', '\x1F', '\x7F'};
+    std::size_t offset = 0;
+    std::uint64_t record = 0;
+    while (offset < transcript.size()) {
+        // One record holds a few lines of the transcript.
+        std::size_t end = offset;
+        for (int lines = 1 + random() % 12; lines > 0 && end < transcript.size(); --lines) {
+            const std::size_t cr = transcript.find('\r', end);
+            end = cr == std::string::npos ? transcript.size() : cr + 1;
+        }
+        log += std::to_string(record++) + '#';
+        log += std::to_string(end - offset) + '"';
+        log.append(transcript, offset, end - offset);
+        offset = end;
+        for (int n = 1 + random() % 3; n > 0; --n)
+            log += separators[random() % std::size(separators)];
+        // Now and then a few bytes of binary data: timestamps, UUIDs.
+        if (random() % 4 == 0) {
+            for (int n = 4 + random() % 12; n > 0; --n)
+                log += static_cast<char>(random() % 256);
+            log += '\0';
+        }
+    }
+    return log;
+}
+
+int generateActivityLogCommand(const std::vector<std::string>& arguments)
+{
+    std::size_t megabytes = 100;
+    std::uint32_t seed = 1;
+    QString output;
+    for (std::size_t i = 0; i < arguments.size(); ++i) {
+        if (arguments[i] == "--mb" && i + 1 < arguments.size())
+            megabytes = std::stoul(arguments[++i]);
+        else if (arguments[i] == "--seed" && i + 1 < arguments.size())
+            seed = static_cast<std::uint32_t>(std::stoul(arguments[++i]));
+        else
+            output = QString::fromStdString(arguments[i]);
+    }
+    if (output.isEmpty()) {
+        std::fprintf(stderr, "gen-activity-log: no output file\n");
+        return 2;
+    }
+
+    // The framing adds a few percent; aim the whole log at the requested size.
+    const std::size_t target = megabytes * 1024 * 1024;
+    const std::string log = frameAsActivityLog(generateTranscript(target - target / 40, seed), seed);
+
+    QProcess gzip;
+    gzip.setStandardOutputFile(output);
+    gzip.start(gzipProgram, {QStringLiteral("-c")});
+    if (!gzip.waitForStarted(-1)) {
+        std::fprintf(stderr, "gen-activity-log: %s\n", qPrintable(gzip.errorString()));
+        return 1;
+    }
+    for (std::size_t offset = 0; offset < log.size();) {
+        const std::size_t length = std::min<std::size_t>(log.size() - offset, 1 << 20);
+        const qint64 written = gzip.write(log.data() + offset, static_cast<qint64>(length));
+        if (written < 0)
+            break;
+        offset += static_cast<std::size_t>(written);
+        while (gzip.bytesToWrite() > 0)
+            gzip.waitForBytesWritten(-1);
+    }
+    gzip.closeWriteChannel();
+    gzip.waitForFinished(-1);
+    if (gzip.exitStatus() != QProcess::NormalExit || gzip.exitCode() != 0) {
+        std::fprintf(stderr, "gen-activity-log: gzip failed\n");
+        return 1;
+    }
+    std::printf("%s: %zu bytes decompressed, %lld compressed\n", qPrintable(output), log.size(),
+                static_cast<long long>(QFileInfo(output).size()));
+    return 0;
+}
+
+RegisterBenchCommand readRegistration("read", "[--repeat N] FILE", readCommand);
+RegisterBenchCommand generateRegistration("gen-activity-log", "[--mb N] [--seed S] OUT",
+                                          generateActivityLogCommand);
+
+} // namespace
+
+} // namespace corvane::bench
