@@ -51,8 +51,8 @@ FileNameRanking::FileNameRanking(const QStringList& names)
     QStringList distinct;
     distinct.reserve(names.size());
     for (const QString& name : names) {
-        if (!m_ranks.contains(name)) {
-            m_ranks.insert(name, -1);
+        if (!m_places.contains(name)) {
+            m_places.insert(name, Place{-1, int(distinct.size())});
             distinct.append(name);
         }
     }
@@ -64,7 +64,7 @@ FileNameRanking::FileNameRanking(const QStringList& names)
         if (!previous || previous->compare(key) != 0)
             ++rank;
         previous = &key;
-        m_ranks[distinct[index]] = rank;
+        m_places[distinct[index]].rank = rank;
     }
 }
 
