@@ -16,7 +16,13 @@ QCollator nameCollator()
 {
     // Case-insensitive here means ICU's secondary strength: accents still
     // tell names apart, letter case does not.
-    QCollator collator{QLocale()};
+    // Qt's C locale compares sort keys byte by byte, ignoring the case
+    // setting; a process started without a language (LANG=C, as in many
+    // service and test environments) gets the Unicode root order instead.
+    QLocale locale;
+    if (locale.language() == QLocale::C)
+        locale = QLocale(QLocale::English, QLocale::UnitedStates);
+    QCollator collator{locale};
     collator.setCaseSensitivity(Qt::CaseInsensitive);
     collator.setNumericMode(false);
     collator.setIgnorePunctuation(false);

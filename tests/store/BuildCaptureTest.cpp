@@ -306,7 +306,7 @@ TEST_F(BuildCapture, DefaultSelectionOrder)
 
 TEST_F(BuildCapture, SelectingASessionResetsTheViewButKeepsFilters)
 {
-    store.captureBuild(logText({noiseNote(), noteAt(QStringLiteral("A.swift"), 1, QStringLiteral("real note"))}),
+    store.captureBuild(logText({noiseNote(), QStringLiteral("note: real note")}),
                        activityLogPath(QStringLiteral("App")));
     const BuildSession first = store.sessions().first();
     store.captureBuild(logText({}), activityLogPath(QStringLiteral("Other")));
