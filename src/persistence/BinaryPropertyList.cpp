@@ -410,6 +410,9 @@ private:
     quint64 m_tableOffset = 0; // also the end of the object area
     std::vector<quint8> m_state;
     std::vector<QString> m_strings;
+    // Data is rare in our files but, like strings, must be read only once:
+    // many references to one large object would otherwise copy it each time.
+    QHash<quint64, QByteArray> m_dataObjects;
     Error m_error;
 };
 
@@ -625,14 +628,19 @@ bool Decoder::readValue(quint64 reference, int depth, PropertyListValue& out)
         out = PropertyListValue(PropertyListValue::Date{std::bit_cast<double>(readUnsigned(offset + 1, 8))});
         return true;
     case markerData: {
+        if (const auto it = m_dataObjects.constFind(reference); it != m_dataObjects.cend()) {
+            out = PropertyListValue(*it);
+            return true;
+        }
         quint64 position = offset;
         quint64 count = 0;
         if (!readCount(position, marker, count))
             return false;
         if (count > m_tableOffset - position)
             return fail(BinaryPropertyList::badObject, QStringLiteral("Data runs past the object area."));
-        out = PropertyListValue(
-            QByteArray(reinterpret_cast<const char*>(m_data + position), qsizetype(count)));
+        const QByteArray data(reinterpret_cast<const char*>(m_data + position), qsizetype(count));
+        m_dataObjects.insert(reference, data);
+        out = PropertyListValue(data);
         return true;
     }
     case markerAsciiString:
