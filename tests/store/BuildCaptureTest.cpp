@@ -240,6 +240,13 @@ TEST_F(BuildCapture, ManualCapturesAreStandAloneAndHiddenByAnyFocus)
     EXPECT_EQ(savedHistory().size(), 4);
     EXPECT_FALSE(store.activeSessionID());
     EXPECT_FALSE(store.selectedDiagnosticID());
+
+    // Not even a focus on "Manual" itself lets them through.
+    store.setFocusedProject(QStringLiteral("Manual"));
+    const auto shownManual = store.activeSessionID();
+    store.captureManualLog(QStringLiteral("error: also hidden"), QStringLiteral("third.log"));
+    EXPECT_EQ(store.activeSessionID(), shownManual);
+    EXPECT_NE(store.activeSessionID(), store.sessions().first().id);
 }
 
 TEST_F(BuildCapture, WatcherStatesAndFailureMessages)
