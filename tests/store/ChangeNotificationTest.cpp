@@ -140,17 +140,5 @@ TEST(ChangeNotification, EveryOperationAnnouncesBeforeItWrites)
     expectAnnouncedBeforeChange(store, "restart", [&] { store.restartWatcher(); });
 }
 
-TEST(ChangeNotification, DerivedValuesFollowTheFieldsWithoutCaching)
-{
-    TestEnvironment environment;
-    BuildStore store;
-    store.loadSampleDiagnostics();
-    const qsizetype shown = store.visibleDiagnostics().size();
-    store.setSeverityFilter({DiagnosticSeverity::error});
-    EXPECT_EQ(store.visibleDiagnostics().size(), 1);
-    store.setSeverityFilter({DiagnosticSeverity::error, DiagnosticSeverity::warning});
-    EXPECT_EQ(store.visibleDiagnostics().size(), shown);
-}
-
 } // namespace
 } // namespace corvane
