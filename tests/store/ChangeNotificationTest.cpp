@@ -107,7 +107,8 @@ TEST(ChangeNotification, EveryOperationAnnouncesBeforeItWrites)
     RecordingPlatform platform;
     BuildStore store(&platform);
     const auto warning = [&] {
-        for (const BuildDiagnostic& d : store.activeSession()->diagnostics) {
+        const BuildSession session = store.activeSession().value();
+        for (const BuildDiagnostic& d : session.diagnostics) {
             if (d.severity == DiagnosticSeverity::warning)
                 return d;
         }
