@@ -1,0 +1,729 @@
+#include "BuildStore.h"
+
+#include "BuildHistoryPersistence.h"
+#include "DesktopPlatform.h"
+#include "DiagnosticPreferencesPersistence.h"
+#include "FileNameRanking.h"
+#include "UserCommands.h"
+
+#include <QFile>
+#include <QFileInfo>
+#include <QPointer>
+#include <QSettings>
+#include <QStringBuilder>
+#include <QStringDecoder>
+
+#include <algorithm>
+#include <limits>
+#include <string_view>
+
+namespace corvane {
+
+namespace {
+
+using Kind = XcodeBuildWatcher::WatcherState::Kind;
+
+QSettings userDefaults()
+{
+    return QSettings(QStringLiteral("Corvane"), QStringLiteral("Corvane"));
+}
+
+QList<BuildDiagnostic> withoutNoise(const QList<BuildDiagnostic>& diagnostics)
+{
+    QList<BuildDiagnostic> kept;
+    kept.reserve(diagnostics.size());
+    for (const BuildDiagnostic& diagnostic : diagnostics) {
+        if (!diagnostic.isBuildNoise())
+            kept.append(diagnostic);
+    }
+    return kept;
+}
+
+QString sourceNameForBuild(const QString& projectName, qsizetype meaningfulCount)
+{
+    const QString dash = QStringLiteral(" \u2014 ");
+    if (meaningfulCount == 0)
+        return projectName % dash % u"Clean";
+    return projectName % dash % QString::number(meaningfulCount) % u" diagnostic"
+        % (meaningfulCount == 1 ? QString() : QStringLiteral("s"));
+}
+
+// Reads a whole file as UTF-8; anything else is an error with one line of text.
+Result<QString> readUtf8File(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return Error{QStringLiteral("Corvane.File"), int(file.error()),
+                     QStringLiteral("The file \u201C%1\u201D could not be opened: %2.")
+                         .arg(QFileInfo(path).fileName(), file.errorString())};
+    const QByteArray bytes = file.readAll();
+    if (file.error() != QFileDevice::NoError)
+        return Error{QStringLiteral("Corvane.File"), int(file.error()),
+                     QStringLiteral("The file \u201C%1\u201D could not be read: %2.")
+                         .arg(QFileInfo(path).fileName(), file.errorString())};
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString text = decoder.decode(bytes);
+    if (decoder.hasError())
+        return Error{QStringLiteral("Corvane.File"), 0,
+                     QStringLiteral("The file \u201C%1\u201D is not UTF-8 text.").arg(QFileInfo(path).fileName())};
+    return text;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------
+// CaptureState and WarningViewMode
+
+QString BuildStore::CaptureState::statusText() const
+{
+    const QString bullet = QStringLiteral(" \u2022 ");
+    switch (kind) {
+    case Kind::watching:
+        return QStringLiteral("WATCHING XCODE");
+    case Kind::buildDetected:
+        return u"BUILD DETECTED" % bullet % payload.toUpper();
+    case Kind::processing:
+        return u"READING BUILD" % bullet % payload.toUpper();
+    case Kind::failed:
+        return QStringLiteral("WATCHER ISSUE");
+    case Kind::stopped:
+        break;
+    }
+    return QStringLiteral("WATCHER OFF");
+}
+
+QString BuildStore::title(WarningViewMode mode)
+{
+    switch (mode) {
+    case WarningViewMode::pinned:
+        return QStringLiteral("Pinned");
+    case WarningViewMode::ignored:
+        return QStringLiteral("Ignored");
+    case WarningViewMode::normal:
+        break;
+    }
+    return QStringLiteral("Warnings");
+}
+
+// ---------------------------------------------------------------------------
+// State
+
+struct BuildStore::Private {
+    Private(BuildStore* store, DesktopPlatform* desktop) : q(store), platform(desktop) {}
+
+    BuildStore* q;
+    DesktopPlatform* platform;
+
+    QList<BuildSession> sessions;
+    std::optional<QUuid> activeSessionID;
+    std::optional<QUuid> selectedDiagnosticID;
+    QSet<DiagnosticSeverity> severityFilter{DiagnosticSeverity::error, DiagnosticSeverity::warning};
+    QString searchText;
+    CaptureState captureState;
+    std::optional<QString> lastWatcherMessage;
+    bool showBuildNoise = false;
+    WarningViewMode warningViewMode = WarningViewMode::normal;
+    std::optional<QString> focusedProjectName;
+    QSet<DiagnosticPreferenceKey> pinnedDiagnostics;
+    QSet<DiagnosticPreferenceKey> ignoredDiagnostics;
+
+    DiagnosticParser parser;
+    BuildHistoryPersistence persistence;
+    DiagnosticPreferencesPersistence preferencePersistence;
+    std::unique_ptr<XcodeBuildWatcher> watcher;
+
+    // The only places that write the published fields: each announces the
+    // change while the old value is still in place.
+    template <typename T>
+    void assign(Field field, T& member, T value)
+    {
+        Q_EMIT q->aboutToChange(field);
+        member = std::move(value);
+    }
+    void setSessions(QList<BuildSession> v) { assign(Field::sessions, sessions, std::move(v)); }
+    void setActiveSessionID(std::optional<QUuid> v) { assign(Field::activeSessionID, activeSessionID, v); }
+    void setSelectedDiagnosticID(std::optional<QUuid> v)
+    {
+        assign(Field::selectedDiagnosticID, selectedDiagnosticID, v);
+    }
+    void setSeverityFilter(QSet<DiagnosticSeverity> v) { assign(Field::severityFilter, severityFilter, std::move(v)); }
+    void setSearchText(QString v) { assign(Field::searchText, searchText, std::move(v)); }
+    void setCaptureState(CaptureState v) { assign(Field::captureState, captureState, std::move(v)); }
+    void setLastWatcherMessage(std::optional<QString> v)
+    {
+        assign(Field::lastWatcherMessage, lastWatcherMessage, std::move(v));
+    }
+    void setShowBuildNoise(bool v) { assign(Field::showBuildNoise, showBuildNoise, v); }
+    void setWarningViewMode(WarningViewMode v) { assign(Field::warningViewMode, warningViewMode, v); }
+    void setFocusedProjectName(std::optional<QString> v)
+    {
+        assign(Field::focusedProjectName, focusedProjectName, std::move(v));
+    }
+    void setPinnedDiagnostics(QSet<DiagnosticPreferenceKey> v)
+    {
+        assign(Field::pinnedDiagnostics, pinnedDiagnostics, std::move(v));
+    }
+    void setIgnoredDiagnostics(QSet<DiagnosticPreferenceKey> v)
+    {
+        assign(Field::ignoredDiagnostics, ignoredDiagnostics, std::move(v));
+    }
+
+    const BuildSession* activeSession() const
+    {
+        if (sessions.isEmpty())
+            return nullptr;
+        if (activeSessionID) {
+            for (const BuildSession& session : sessions) {
+                if (session.id == *activeSessionID)
+                    return &session;
+            }
+        }
+        return &sessions.first();
+    }
+
+    const BuildSession* newestSession(const QString& projectName) const
+    {
+        for (const BuildSession& session : sessions) {
+            if (session.projectName == projectName)
+                return &session;
+        }
+        return nullptr;
+    }
+
+    QList<BuildDiagnostic> shownDiagnostics(const BuildSession& session) const
+    {
+        return showBuildNoise ? session.diagnostics : withoutNoise(session.diagnostics);
+    }
+
+    void insertSession(BuildSession session)
+    {
+        QList<BuildSession> updated = sessions;
+        updated.prepend(std::move(session));
+        setSessions(std::move(updated));
+        q->trimHistory();
+    }
+
+    void loadPreferences()
+    {
+        DiagnosticPreferencesPersistence::Preferences loaded = preferencePersistence.load();
+        setPinnedDiagnostics(std::move(loaded.pinned));
+        setIgnoredDiagnostics(std::move(loaded.ignored));
+    }
+
+    void loadHistory()
+    {
+        Result<QList<BuildSession>> loaded = persistence.load();
+        if (!loaded) {
+            setSessions({});
+            return;
+        }
+        QList<BuildSession> list = std::move(loaded).value();
+        if (list.size() > historyLimit)
+            list.resize(historyLimit);
+        setSessions(std::move(list));
+        if (!sessions.isEmpty()) {
+            const BuildSession first = sessions.first();
+            setActiveSessionID(first.id);
+            q->selectDefaultDiagnostic(first.diagnostics, first.comparison.newDiagnosticIDs);
+        }
+    }
+
+    void restoreFocus()
+    {
+        QSettings defaults = userDefaults();
+        const QVariant stored = defaults.value(projectFocusDefaultsKey);
+        if (!stored.isValid()) {
+            setFocusedProjectName(std::nullopt);
+            return;
+        }
+        const QString name = stored.toString();
+        if (!q->projectNames().contains(name)) {
+            setFocusedProjectName(std::nullopt);
+            defaults.remove(projectFocusDefaultsKey);
+            return;
+        }
+        setFocusedProjectName(name);
+        if (const BuildSession* found = newestSession(name)) {
+            const BuildSession session = *found;
+            setActiveSessionID(session.id);
+            q->selectDefaultDiagnostic(session.diagnostics, session.comparison.newDiagnosticIDs);
+        }
+    }
+
+    void savePreferences() const
+    {
+        // A failed save keeps the sets in memory; the next toggle writes them again.
+        (void)preferencePersistence.save(pinnedDiagnostics, ignoredDiagnostics);
+    }
+
+    void toggle(const BuildDiagnostic& diagnostic, bool pin)
+    {
+        if (diagnostic.severity != DiagnosticSeverity::warning)
+            return;
+        const DiagnosticPreferenceKey key{q->preferenceProjectName(), diagnostic.signature()};
+        QSet<DiagnosticPreferenceKey> own = pin ? pinnedDiagnostics : ignoredDiagnostics;
+        if (own.contains(key)) {
+            own.remove(key);
+            pin ? setPinnedDiagnostics(std::move(own)) : setIgnoredDiagnostics(std::move(own));
+        } else {
+            own.insert(key);
+            pin ? setPinnedDiagnostics(std::move(own)) : setIgnoredDiagnostics(std::move(own));
+            QSet<DiagnosticPreferenceKey> other = pin ? ignoredDiagnostics : pinnedDiagnostics;
+            if (other.remove(key))
+                pin ? setIgnoredDiagnostics(std::move(other)) : setPinnedDiagnostics(std::move(other));
+        }
+        savePreferences();
+        q->ensureSelectionVisible();
+    }
+};
+
+BuildStore::BuildStore(DesktopPlatform* platform, QObject* parent)
+    : QObject(parent), d(std::make_unique<Private>(this, platform))
+{
+    d->loadPreferences();
+    d->loadHistory();
+    d->restoreFocus();
+}
+
+BuildStore::~BuildStore() = default;
+
+const QList<BuildSession>& BuildStore::sessions() const { return d->sessions; }
+std::optional<QUuid> BuildStore::activeSessionID() const { return d->activeSessionID; }
+std::optional<QUuid> BuildStore::selectedDiagnosticID() const { return d->selectedDiagnosticID; }
+const QSet<DiagnosticSeverity>& BuildStore::severityFilter() const { return d->severityFilter; }
+const QString& BuildStore::searchText() const { return d->searchText; }
+const BuildStore::CaptureState& BuildStore::captureState() const { return d->captureState; }
+const std::optional<QString>& BuildStore::lastWatcherMessage() const { return d->lastWatcherMessage; }
+bool BuildStore::showBuildNoise() const { return d->showBuildNoise; }
+BuildStore::WarningViewMode BuildStore::warningViewMode() const { return d->warningViewMode; }
+const std::optional<QString>& BuildStore::focusedProjectName() const { return d->focusedProjectName; }
+const QSet<DiagnosticPreferenceKey>& BuildStore::pinnedDiagnostics() const { return d->pinnedDiagnostics; }
+const QSet<DiagnosticPreferenceKey>& BuildStore::ignoredDiagnostics() const { return d->ignoredDiagnostics; }
+
+void BuildStore::setSelectedDiagnosticID(std::optional<QUuid> id) { d->setSelectedDiagnosticID(id); }
+void BuildStore::setSeverityFilter(const QSet<DiagnosticSeverity>& filter) { d->setSeverityFilter(filter); }
+void BuildStore::setSearchText(const QString& text) { d->setSearchText(text); }
+void BuildStore::setShowBuildNoise(bool show) { d->setShowBuildNoise(show); }
+void BuildStore::setWarningViewMode(WarningViewMode mode) { d->setWarningViewMode(mode); }
+
+// ---------------------------------------------------------------------------
+// Active session
+
+std::optional<BuildSession> BuildStore::activeSession() const
+{
+    if (const BuildSession* session = d->activeSession())
+        return *session;
+    return std::nullopt;
+}
+
+BuildComparison BuildStore::activeComparison() const
+{
+    if (const BuildSession* session = d->activeSession())
+        return session->comparison;
+    return BuildComparison::empty();
+}
+
+QString BuildStore::statusText() const { return d->captureState.statusText(); }
+
+// ---------------------------------------------------------------------------
+// Capture and comparison
+
+void BuildStore::captureBuild(const QByteArray& utf8Text, const QString& logPath)
+{
+    const QList<BuildDiagnostic> diagnostics =
+        d->parser.parse(std::string_view(utf8Text.constData(), size_t(utf8Text.size())));
+    const QString projectName = XcodeBuildWatcher::projectNameForLog(logPath);
+    const BuildSession* previous = d->newestSession(projectName);
+    const bool hasPrevious = previous != nullptr;
+    BuildComparison comparison = compareDiagnostics(
+        diagnostics, previous ? std::optional(previous->diagnostics) : std::nullopt);
+    const qsizetype meaningful = std::count_if(diagnostics.cbegin(), diagnostics.cend(),
+                                               [](const BuildDiagnostic& d) { return !d.isBuildNoise(); });
+
+    BuildSession session;
+    session.id = QUuid::createUuid();
+    session.startedAt = AbsoluteTime::now();
+    session.diagnostics = diagnostics;
+    session.sourceName = sourceNameForBuild(projectName, meaningful);
+    session.projectName = projectName;
+    session.activityLogPath = logPath;
+    session.comparison = std::move(comparison);
+    const BuildSession captured = session;
+    d->insertSession(std::move(session));
+
+    if (!d->focusedProjectName || *d->focusedProjectName == projectName) {
+        d->setActiveSessionID(captured.id);
+        d->setWarningViewMode(WarningViewMode::normal);
+        selectDefaultDiagnostic(d->shownDiagnostics(captured), captured.comparison.newDiagnosticIDs);
+        d->setLastWatcherMessage(hasPrevious
+                                     ? QString(u"Compared with the previous " % projectName % u" build.")
+                                     : QString(u"Build captured. Baseline established for " % projectName % u"."));
+    }
+
+    // A failed save leaves the history in memory; the next capture writes it all again.
+    (void)d->persistence.save(d->sessions);
+}
+
+void BuildStore::captureManualLog(const QString& text, const QString& sourceName)
+{
+    BuildSession session;
+    session.id = QUuid::createUuid();
+    session.startedAt = AbsoluteTime::now();
+    session.diagnostics = d->parser.parse(text);
+    session.sourceName = sourceName;
+    session.projectName = manualProjectName;
+    const BuildSession captured = session;
+    d->insertSession(std::move(session));
+
+    if (!d->focusedProjectName) {
+        d->setActiveSessionID(captured.id);
+        d->setWarningViewMode(WarningViewMode::normal);
+        selectDefaultDiagnostic(captured.diagnostics, {});
+    }
+
+    (void)d->persistence.save(d->sessions);
+}
+
+BuildComparison BuildStore::compareDiagnostics(const QList<BuildDiagnostic>& current,
+                                               const std::optional<QList<BuildDiagnostic>>& previous)
+{
+    if (!previous)
+        return BuildComparison::empty();
+    const QList<BuildDiagnostic> keptCurrent = withoutNoise(current);
+    const QList<BuildDiagnostic> keptPrevious = withoutNoise(*previous);
+
+    QSet<DiagnosticSignature> previousSignatures;
+    previousSignatures.reserve(keptPrevious.size());
+    for (const BuildDiagnostic& diagnostic : keptPrevious)
+        previousSignatures.insert(diagnostic.signature());
+    QSet<DiagnosticSignature> currentSignatures;
+    currentSignatures.reserve(keptCurrent.size());
+    for (const BuildDiagnostic& diagnostic : keptCurrent)
+        currentSignatures.insert(diagnostic.signature());
+
+    BuildComparison comparison;
+    comparison.hasBaseline = true;
+    for (const BuildDiagnostic& diagnostic : keptCurrent) {
+        if (!previousSignatures.contains(diagnostic.signature()))
+            comparison.newDiagnosticIDs.insert(diagnostic.id);
+    }
+    for (const BuildDiagnostic& diagnostic : keptPrevious) {
+        if (!currentSignatures.contains(diagnostic.signature()))
+            comparison.fixedDiagnostics.append(diagnostic);
+    }
+    return comparison;
+}
+
+void BuildStore::selectSession(const BuildSession& session)
+{
+    const BuildSession chosen = session; // the argument may live in `sessions`
+    d->setActiveSessionID(chosen.id);
+    d->setWarningViewMode(WarningViewMode::normal);
+    selectDefaultDiagnostic(d->shownDiagnostics(chosen), chosen.comparison.newDiagnosticIDs);
+}
+
+void BuildStore::selectDefaultDiagnostic(const QList<BuildDiagnostic>& diagnostics, const QSet<QUuid>& newIDs)
+{
+    const auto firstWhere = [&](auto predicate) -> std::optional<QUuid> {
+        const auto found = std::find_if(diagnostics.cbegin(), diagnostics.cend(), predicate);
+        return found == diagnostics.cend() ? std::nullopt : std::optional(found->id);
+    };
+    const auto ofSeverity = [](DiagnosticSeverity severity) {
+        return [severity](const BuildDiagnostic& d) { return d.severity == severity; };
+    };
+    std::optional<QUuid> chosen = firstWhere([&](const BuildDiagnostic& d) { return newIDs.contains(d.id); });
+    if (!chosen)
+        chosen = firstWhere(ofSeverity(DiagnosticSeverity::error));
+    if (!chosen)
+        chosen = firstWhere(ofSeverity(DiagnosticSeverity::warning));
+    if (!chosen && !diagnostics.isEmpty())
+        chosen = diagnostics.first().id;
+    d->setSelectedDiagnosticID(chosen);
+}
+
+void BuildStore::trimHistory()
+{
+    if (d->sessions.size() <= historyLimit)
+        return;
+    d->setSessions(d->sessions.first(historyLimit));
+}
+
+void BuildStore::applyWatcherState(const XcodeBuildWatcher::WatcherState& state)
+{
+    d->setCaptureState(CaptureState{state.kind, state.payload});
+    if (state.kind == Kind::failed)
+        d->setLastWatcherMessage(state.payload);
+}
+
+XcodeBuildWatcher& BuildStore::watcher()
+{
+    if (!d->watcher) {
+        d->watcher = std::make_unique<XcodeBuildWatcher>();
+        // A background read may finish after the store is gone; the pointer
+        // then reads null and the result is dropped.
+        const QPointer<BuildStore> store(this);
+        d->watcher->onStateChange = [store](const XcodeBuildWatcher::WatcherState& state) {
+            if (store)
+                store->applyWatcherState(state);
+        };
+        d->watcher->onBuild = [store](const QString& logPath, const QByteArray& utf8Text) {
+            if (store)
+                store->captureBuild(utf8Text, logPath);
+        };
+    }
+    return *d->watcher;
+}
+
+// ---------------------------------------------------------------------------
+// What is shown
+
+bool BuildStore::isDiagnosticVisible(const BuildDiagnostic& diagnostic, const BuildSession& session) const
+{
+    if (!d->showBuildNoise && diagnostic.isBuildNoise())
+        return false;
+
+    const QString query = d->searchText.trimmed();
+    if (!query.isEmpty() && !diagnostic.message.contains(query, Qt::CaseInsensitive)
+        && !diagnostic.diagnosticFileName().contains(query, Qt::CaseInsensitive))
+        return false;
+
+    const bool isWarning = diagnostic.severity == DiagnosticSeverity::warning;
+    const auto keyIn = [&](const QSet<DiagnosticPreferenceKey>& set) {
+        return set.contains(DiagnosticPreferenceKey{session.projectName, diagnostic.signature()});
+    };
+    switch (d->warningViewMode) {
+    case WarningViewMode::pinned:
+        return isWarning && keyIn(d->pinnedDiagnostics);
+    case WarningViewMode::ignored:
+        return isWarning && keyIn(d->ignoredDiagnostics);
+    case WarningViewMode::normal:
+        break;
+    }
+    if (isWarning && keyIn(d->ignoredDiagnostics))
+        return false;
+    return d->severityFilter.contains(diagnostic.severity);
+}
+
+bool BuildStore::diagnosticDisplayOrder(const BuildDiagnostic& a, const BuildDiagnostic& b) const
+{
+    if (a.severity != b.severity)
+        return int(a.severity) < int(b.severity);
+    if (a.severity == DiagnosticSeverity::warning) {
+        const bool aPinned = isPinned(a);
+        if (aPinned != isPinned(b))
+            return aPinned;
+    }
+    const QString aName = a.diagnosticFileName();
+    const QString bName = b.diagnosticFileName();
+    if (aName != bName)
+        return FileNameRanking::compare(aName, bName) < 0;
+    constexpr qint64 noLine = std::numeric_limits<qint64>::max();
+    return a.line.value_or(noLine) < b.line.value_or(noLine);
+}
+
+QList<BuildDiagnostic> BuildStore::visibleDiagnostics() const
+{
+    const BuildSession* session = d->activeSession();
+    if (!session)
+        return {};
+
+    // The same rule as diagnosticDisplayOrder, with everything that needs a
+    // set lookup or the collator worked out once per diagnostic or file name.
+    struct Entry {
+        const BuildDiagnostic* diagnostic;
+        QString fileName;
+        int rank;
+        bool pinned;
+        qint64 line;
+    };
+    QList<Entry> entries;
+    QStringList fileNames;
+    for (const BuildDiagnostic& diagnostic : session->diagnostics) {
+        if (!isDiagnosticVisible(diagnostic, *session))
+            continue;
+        Entry entry{&diagnostic, diagnostic.diagnosticFileName(), 0, isPinned(diagnostic),
+                    diagnostic.line.value_or(std::numeric_limits<qint64>::max())};
+        fileNames.append(entry.fileName);
+        entries.append(std::move(entry));
+    }
+    const FileNameRanking ranking(fileNames);
+    for (Entry& entry : entries)
+        entry.rank = ranking.rank(entry.fileName);
+
+    std::stable_sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
+        const DiagnosticSeverity severity = a.diagnostic->severity;
+        if (severity != b.diagnostic->severity)
+            return int(severity) < int(b.diagnostic->severity);
+        if (severity == DiagnosticSeverity::warning && a.pinned != b.pinned)
+            return a.pinned;
+        if (a.fileName != b.fileName)
+            return a.rank < b.rank;
+        return a.line < b.line;
+    });
+
+    QList<BuildDiagnostic> visible;
+    visible.reserve(entries.size());
+    for (const Entry& entry : entries)
+        visible.append(*entry.diagnostic);
+    return visible;
+}
+
+QList<BuildDiagnostic> BuildStore::visibleFixedDiagnostics() const
+{
+    const BuildSession* session = d->activeSession();
+    if (!session)
+        return {};
+    const QList<BuildDiagnostic>& fixed = session->comparison.fixedDiagnostics;
+    return d->showBuildNoise ? fixed : withoutNoise(fixed);
+}
+
+QList<BuildSession> BuildStore::visibleSessions() const
+{
+    QList<BuildSession> shown;
+    for (const BuildSession& session : d->sessions) {
+        if (shown.size() == visibleSessionLimit)
+            break;
+        if (!d->focusedProjectName || session.projectName == *d->focusedProjectName)
+            shown.append(session);
+    }
+    return shown;
+}
+
+std::optional<BuildDiagnostic> BuildStore::selectedDiagnostic() const
+{
+    if (!d->selectedDiagnosticID)
+        return std::nullopt;
+    const QUuid id = *d->selectedDiagnosticID;
+    const BuildSession* session = d->activeSession();
+    if (!session)
+        return std::nullopt;
+    for (const BuildDiagnostic& diagnostic : session->diagnostics) {
+        if (diagnostic.id == id)
+            return diagnostic;
+    }
+    for (const BuildDiagnostic& diagnostic : session->comparison.fixedDiagnostics) {
+        if (diagnostic.id == id)
+            return diagnostic;
+    }
+    return std::nullopt;
+}
+
+void BuildStore::ensureSelectionVisible()
+{
+    const QList<BuildDiagnostic> visible = visibleDiagnostics();
+    if (const std::optional<BuildDiagnostic> selected = selectedDiagnostic()) {
+        const bool shown = std::any_of(visible.cbegin(), visible.cend(),
+                                       [&](const BuildDiagnostic& d) { return d.id == selected->id; });
+        if (shown)
+            return;
+    }
+    d->setSelectedDiagnosticID(visible.isEmpty() ? std::nullopt : std::optional(visible.first().id));
+}
+
+// ---------------------------------------------------------------------------
+// Pins, ignores and focus
+
+QString BuildStore::preferenceProjectName() const
+{
+    const BuildSession* session = d->activeSession();
+    return session ? session->projectName : manualProjectName;
+}
+
+bool BuildStore::isPinned(const BuildDiagnostic& diagnostic) const
+{
+    return diagnostic.severity == DiagnosticSeverity::warning
+        && d->pinnedDiagnostics.contains({preferenceProjectName(), diagnostic.signature()});
+}
+
+bool BuildStore::isIgnored(const BuildDiagnostic& diagnostic) const
+{
+    return diagnostic.severity == DiagnosticSeverity::warning
+        && d->ignoredDiagnostics.contains({preferenceProjectName(), diagnostic.signature()});
+}
+
+void BuildStore::togglePin(const BuildDiagnostic& diagnostic) { d->toggle(diagnostic, true); }
+void BuildStore::toggleIgnore(const BuildDiagnostic& diagnostic) { d->toggle(diagnostic, false); }
+
+QStringList BuildStore::projectNames() const
+{
+    QStringList names;
+    QSet<QString> seen;
+    for (const BuildSession& session : d->sessions) {
+        if (session.projectName == manualProjectName || seen.contains(session.projectName))
+            continue;
+        seen.insert(session.projectName);
+        names.append(session.projectName);
+    }
+    return FileNameRanking::sorted(names);
+}
+
+void BuildStore::setFocusedProject(const std::optional<QString>& projectName)
+{
+    const std::optional<QString> name = projectName; // may alias our own field
+    d->setFocusedProjectName(name);
+    QSettings defaults = userDefaults();
+    if (name)
+        defaults.setValue(projectFocusDefaultsKey, *name);
+    else
+        defaults.remove(projectFocusDefaultsKey);
+    defaults.sync();
+
+    const BuildSession* target = name ? d->newestSession(*name)
+                                      : (d->sessions.isEmpty() ? nullptr : &d->sessions.first());
+    if (target) {
+        selectSession(*target);
+    } else {
+        d->setActiveSessionID(std::nullopt);
+        d->setSelectedDiagnosticID(std::nullopt);
+    }
+}
+
+// ---------------------------------------------------------------------------
+// User commands
+
+void BuildStore::importPlainTextLog()
+{
+    if (!d->platform)
+        return;
+    const std::optional<QString> path =
+        d->platform->chooseLogFile(QStringLiteral("Choose a plain-text Xcode or compiler build log."));
+    if (!path || path->isEmpty())
+        return;
+    const Result<QString> text = readUtf8File(*path);
+    if (!text) {
+        d->platform->showAlert(QStringLiteral("Corvane"),
+                               u"Corvane could not read that log file.\n\n" % text.error().description);
+        return;
+    }
+    captureManualLog(text.value(), QFileInfo(*path).fileName());
+}
+
+void BuildStore::loadSampleDiagnostics() { captureManualLog(sampleBuildLog(), sampleSourceName); }
+
+void BuildStore::restartWatcher()
+{
+    XcodeBuildWatcher& w = watcher();
+    w.stop();
+    w.start();
+}
+
+void BuildStore::clearHistory()
+{
+    d->setSessions({});
+    d->setActiveSessionID(std::nullopt);
+    d->setSelectedDiagnosticID(std::nullopt);
+    d->setFocusedProjectName(std::nullopt);
+    d->setWarningViewMode(WarningViewMode::normal);
+    d->setSearchText(QString());
+    d->setLastWatcherMessage(std::nullopt);
+    {
+        QSettings defaults = userDefaults();
+        defaults.remove(projectFocusDefaultsKey);
+        defaults.sync();
+    }
+    const Result<void> cleared = d->persistence.clear();
+    if (!cleared)
+        d->setLastWatcherMessage(u"Could not clear saved build history: " % cleared.error().description);
+}
+
+} // namespace corvane

@@ -1,0 +1,86 @@
+#include "FileNameRanking.h"
+
+#include <QCollator>
+#include <QCollatorSortKey>
+#include <QLocale>
+
+#include <algorithm>
+#include <numeric>
+#include <vector>
+
+namespace corvane {
+
+namespace {
+
+QCollator nameCollator()
+{
+    // Case-insensitive here means ICU's secondary strength: accents still
+    // tell names apart, letter case does not.
+    QCollator collator{QLocale()};
+    collator.setCaseSensitivity(Qt::CaseInsensitive);
+    collator.setNumericMode(false);
+    collator.setIgnorePunctuation(false);
+    return collator;
+}
+
+// Positions of `names` in collation order (stable), with their sort keys.
+struct CollatedNames {
+    std::vector<QCollatorSortKey> keys;
+    std::vector<qsizetype> order;
+};
+
+CollatedNames collate(const QStringList& names)
+{
+    const QCollator collator = nameCollator();
+    CollatedNames result;
+    result.keys.reserve(size_t(names.size()));
+    for (const QString& name : names)
+        result.keys.push_back(collator.sortKey(name));
+    result.order.resize(size_t(names.size()));
+    std::iota(result.order.begin(), result.order.end(), qsizetype(0));
+    std::stable_sort(result.order.begin(), result.order.end(), [&](qsizetype a, qsizetype b) {
+        return result.keys[size_t(a)].compare(result.keys[size_t(b)]) < 0;
+    });
+    return result;
+}
+
+} // namespace
+
+FileNameRanking::FileNameRanking(const QStringList& names)
+{
+    QStringList distinct;
+    distinct.reserve(names.size());
+    for (const QString& name : names) {
+        if (!m_ranks.contains(name)) {
+            m_ranks.insert(name, -1);
+            distinct.append(name);
+        }
+    }
+    const CollatedNames collated = collate(distinct);
+    int rank = -1;
+    const QCollatorSortKey* previous = nullptr;
+    for (const qsizetype index : collated.order) {
+        const QCollatorSortKey& key = collated.keys[size_t(index)];
+        if (!previous || previous->compare(key) != 0)
+            ++rank;
+        previous = &key;
+        m_ranks[distinct[index]] = rank;
+    }
+}
+
+int FileNameRanking::compare(const QString& a, const QString& b)
+{
+    return nameCollator().compare(a, b);
+}
+
+QStringList FileNameRanking::sorted(const QStringList& names)
+{
+    const CollatedNames collated = collate(names);
+    QStringList result;
+    result.reserve(names.size());
+    for (const qsizetype index : collated.order)
+        result.append(names[index]);
+    return result;
+}
+
+} // namespace corvane
