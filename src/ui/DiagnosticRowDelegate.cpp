@@ -1,0 +1,228 @@
+#include "DiagnosticRowDelegate.h"
+
+#include "DiagnosticListModel.h"
+#include "Theme.h"
+
+#include <QPainter>
+#include <QPainterPath>
+#include <QTextLayout>
+
+#include <limits>
+
+namespace corvane {
+
+namespace {
+
+// Horizontal geometry of a row, in logical pixels.
+constexpr int sideInset = 14;        // from the list's edge to the content
+constexpr int highlightInset = 6;    // from the list's edge to the selection
+constexpr int symbolFrame = 18;
+constexpr int symbolSize = 14;
+constexpr int columnSpacing = 11;
+constexpr int badgeSpacing = 7;
+// Vertical geometry.
+constexpr int rowGap = 2;            // between the highlights of adjacent rows
+constexpr int rowPadding = 5;
+constexpr int lineSpacing = 5;       // between message and location
+constexpr int headerHeight = 30;
+constexpr int badgePaddingX = 6;
+constexpr int badgePaddingY = 2;
+// Past this many remembered message widths the cache starts over, so a long
+// session with many large builds keeps a bounded footprint.
+constexpr qsizetype advanceCacheLimit = 100000;
+
+using RowKind = DiagnosticListModel::RowKind;
+
+const DiagnosticListModel& listModel(const QModelIndex& index)
+{
+    return *static_cast<const DiagnosticListModel*>(index.model());
+}
+
+} // namespace
+
+DiagnosticRowDelegate::DiagnosticRowDelegate(QObject* parent)
+    : QStyledItemDelegate(parent)
+    , m_headerFont(theme::monospaced(10, QFont::Bold))
+    , m_messageFont(theme::font(13, QFont::Medium))
+    , m_locationFont(theme::monospaced(10))
+    , m_badgeFont(theme::monospaced(8, QFont::Bold))
+    , m_headerMetrics(m_headerFont)
+    , m_messageMetrics(m_messageFont)
+    , m_locationMetrics(m_locationFont)
+    , m_badgeMetrics(m_badgeFont)
+{
+}
+
+void DiagnosticRowDelegate::setAvailableWidth(int width)
+{
+    m_width = width;
+}
+
+int DiagnosticRowDelegate::badgeWidth(const QString& badge) const
+{
+    return m_badgeMetrics.horizontalAdvance(badge) + 2 * badgePaddingX;
+}
+
+int DiagnosticRowDelegate::messageWidth(int rowWidth, const QString& badge) const
+{
+    int width = rowWidth - 2 * sideInset - symbolFrame - columnSpacing;
+    if (!badge.isEmpty())
+        width -= badgeWidth(badge) + badgeSpacing;
+    return qMax(width, 20);
+}
+
+int DiagnosticRowDelegate::messageAdvance(const QUuid& id, const QString& message) const
+{
+    auto it = m_advances.constFind(id);
+    if (it != m_advances.cend())
+        return *it;
+    if (m_advances.size() >= advanceCacheLimit)
+        m_advances.clear();
+    const int advance = message.contains(u'\n') ? std::numeric_limits<int>::max()
+                                                : m_messageMetrics.horizontalAdvance(message);
+    m_advances.insert(id, advance);
+    return advance;
+}
+
+const QPixmap& DiagnosticRowDelegate::symbol(const QString& name, const QColor& color, qreal devicePixelRatio) const
+{
+    const QString key = name + u'|' + QString::number(color.rgba()) + u'|' + QString::number(devicePixelRatio);
+    auto it = m_symbols.find(key);
+    if (it == m_symbols.end())
+        it = m_symbols.insert(key, theme::symbolPixmap(name, color, symbolSize, devicePixelRatio));
+    return *it;
+}
+
+QSize DiagnosticRowDelegate::sizeHint(const QStyleOptionViewItem&, const QModelIndex& index) const
+{
+    const DiagnosticListModel& model = listModel(index);
+    const int row = index.row();
+    if (!model.isDiagnosticRow(row))
+        return {1, headerHeight};
+    const BuildDiagnostic* d = model.diagnosticAt(row);
+    const int lines = messageAdvance(d->id, d->message) <= messageWidth(m_width, model.badgeAt(row)) ? 1 : 2;
+    const int messageBlock = qMax(lines * m_messageMetrics.lineSpacing(), symbolSize);
+    // Width 1: the list stretches rows to its own width and must never need
+    // a horizontal scroll bar.
+    return {1, 2 * rowGap + 2 * rowPadding + messageBlock + lineSpacing + m_locationMetrics.height()};
+}
+
+void DiagnosticRowDelegate::paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const
+{
+    painter->save();
+    painter->setRenderHint(QPainter::Antialiasing);
+    if (listModel(index).isDiagnosticRow(index.row()))
+        paintDiagnostic(painter, option, index);
+    else
+        paintHeader(painter, option.rect, index);
+    painter->restore();
+}
+
+void DiagnosticRowDelegate::paintHeader(QPainter* painter, const QRect& rect, const QModelIndex& index) const
+{
+    const DiagnosticListModel& model = listModel(index);
+    const int row = index.row();
+    // Headers sit low in their band, close to the rows they head.
+    QRect content = rect.adjusted(sideInset, 8, -sideInset, -2);
+    QColor color = theme::secondaryText();
+    if (model.kindAt(row) == RowKind::fixedHeader) {
+        color = model.symbolColorAt(row);
+        const QPixmap& icon = symbol(model.symbolAt(row), color, painter->device()->devicePixelRatioF());
+        const int iconSize = 12;
+        painter->drawPixmap(QRect(content.left(), content.center().y() - iconSize / 2, iconSize, iconSize), icon);
+        content.setLeft(content.left() + iconSize + 6);
+    }
+    painter->setFont(m_headerFont);
+    painter->setPen(color);
+    painter->drawText(content, Qt::AlignLeft | Qt::AlignVCenter,
+                      m_headerMetrics.elidedText(model.textAt(row), Qt::ElideRight, content.width()));
+}
+
+void DiagnosticRowDelegate::paintDiagnostic(QPainter* painter, const QStyleOptionViewItem& option,
+                                            const QModelIndex& index) const
+{
+    const DiagnosticListModel& model = listModel(index);
+    const int row = index.row();
+    const BuildDiagnostic* d = model.diagnosticAt(row);
+    const QRect rect = option.rect;
+
+    const QRect highlight = rect.adjusted(highlightInset, rowGap / 2, -highlightInset, -rowGap / 2);
+    if (option.state & QStyle::State_Selected) {
+        painter->setPen(Qt::NoPen);
+        painter->setBrush(theme::withOpacity(theme::cyan(), 0.22));
+        painter->drawRoundedRect(highlight, 6, 6);
+    } else if (option.state & QStyle::State_MouseOver) {
+        painter->setPen(Qt::NoPen);
+        painter->setBrush(theme::white(0.035));
+        painter->drawRoundedRect(highlight, 6, 6);
+    }
+
+    const QString badge = model.badgeAt(row);
+    const int textLeft = rect.left() + sideInset + symbolFrame + columnSpacing;
+    const int textWidth = messageWidth(rect.width(), badge);
+    const int top = rect.top() + rowGap + rowPadding;
+    const int lineHeight = m_messageMetrics.lineSpacing();
+    const bool twoLines = messageAdvance(d->id, d->message) > textWidth;
+    const int messageBlock = qMax((twoLines ? 2 : 1) * lineHeight, symbolSize);
+
+    // Symbol, centred on the first line of the message.
+    const QPixmap& icon = symbol(model.symbolAt(row), model.symbolColorAt(row), painter->device()->devicePixelRatioF());
+    painter->drawPixmap(QRect(rect.left() + sideInset + (symbolFrame - symbolSize) / 2,
+                              top + (lineHeight - symbolSize) / 2, symbolSize, symbolSize),
+                        icon);
+
+    painter->setFont(m_messageFont);
+    painter->setPen(theme::primaryText());
+    int usedWidth = 0;
+    if (!twoLines) {
+        painter->drawText(QRect(textLeft, top, textWidth, lineHeight), Qt::AlignLeft | Qt::AlignVCenter, d->message);
+        usedWidth = messageAdvance(d->id, d->message);
+    } else {
+        QString text = d->message;
+        text.replace(u'\n', QChar::LineSeparator);
+        QTextLayout layout(text, m_messageFont, painter->device());
+        QTextOption textOption;
+        textOption.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+        layout.setTextOption(textOption);
+        layout.beginLayout();
+        QTextLine first = layout.createLine();
+        first.setLineWidth(textWidth);
+        first.setPosition(QPointF(0, 0));
+        layout.endLayout();
+        layout.draw(painter, QPointF(textLeft, top));
+        // The second line takes the rest, elided if it still does not fit.
+        const QString rest = text.mid(first.textStart() + first.textLength()).trimmed();
+        painter->drawText(QRect(textLeft, top + lineHeight, textWidth, lineHeight), Qt::AlignLeft | Qt::AlignVCenter,
+                          m_messageMetrics.elidedText(rest, Qt::ElideRight, textWidth));
+        usedWidth = textWidth;
+    }
+
+    if (!badge.isEmpty()) {
+        const QColor color = model.kindAt(row) == RowKind::fixedDiagnostic ? theme::green() : theme::cyan();
+        const int width = badgeWidth(badge);
+        const int height = m_badgeMetrics.height() + 2 * badgePaddingY;
+        const QRect badgeRect(textLeft + usedWidth + badgeSpacing, top + (messageBlock - height) / 2, width, height);
+        paintBadge(painter, badgeRect, badge, color);
+    }
+
+    painter->setFont(m_locationFont);
+    painter->setPen(theme::secondaryText());
+    const QRect location(textLeft, top + messageBlock + lineSpacing, rect.right() - sideInset - textLeft,
+                         m_locationMetrics.height());
+    painter->drawText(location, Qt::AlignLeft | Qt::AlignVCenter,
+                      m_locationMetrics.elidedText(d->locationLabel(), Qt::ElideMiddle, location.width()));
+}
+
+void DiagnosticRowDelegate::paintBadge(QPainter* painter, const QRect& rect, const QString& badge,
+                                       const QColor& color) const
+{
+    const qreal radius = rect.height() / 2.0;
+    painter->setPen(QPen(theme::withOpacity(color, 0.2), 1));
+    painter->setBrush(theme::withOpacity(color, 0.1));
+    painter->drawRoundedRect(QRectF(rect).adjusted(0.5, 0.5, -0.5, -0.5), radius, radius);
+    painter->setFont(m_badgeFont);
+    painter->setPen(color);
+    painter->drawText(rect, Qt::AlignCenter, badge);
+}
+
+} // namespace corvane

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <QFont>
+#include <QFontMetrics>
+#include <QHash>
+#include <QPixmap>
+#include <QStyledItemDelegate>
+#include <QUuid>
+
+namespace corvane {
+
+// Paints the rows of DiagnosticListModel: section headers, diagnostic rows
+// (severity symbol, message of at most two lines, "NEW" badge, location) and
+// fixed rows (green checkmark and "FIXED" badge).
+class DiagnosticRowDelegate : public QStyledItemDelegate {
+public:
+    explicit DiagnosticRowDelegate(QObject* parent = nullptr);
+
+    // Rows wrap their message to the list's width, so their height depends on
+    // it; the view passes its viewport width whenever that changes.
+    void setAvailableWidth(int width);
+
+    void paint(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const override;
+    QSize sizeHint(const QStyleOptionViewItem& option, const QModelIndex& index) const override;
+
+private:
+    int messageWidth(int rowWidth, const QString& badge) const;
+    int badgeWidth(const QString& badge) const;
+    // Width of the message on one line. Shaping is the expensive part of a
+    // layout pass over ten thousand rows, and a diagnostic's message never
+    // changes, so it is measured once per diagnostic.
+    int messageAdvance(const QUuid& id, const QString& message) const;
+    const QPixmap& symbol(const QString& name, const QColor& color, qreal devicePixelRatio) const;
+
+    void paintHeader(QPainter* painter, const QRect& rect, const QModelIndex& index) const;
+    void paintDiagnostic(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const;
+    void paintBadge(QPainter* painter, const QRect& rect, const QString& badge, const QColor& color) const;
+
+    int m_width = 300;
+    QFont m_headerFont;
+    QFont m_messageFont;
+    QFont m_locationFont;
+    QFont m_badgeFont;
+    QFontMetrics m_headerMetrics;
+    QFontMetrics m_messageMetrics;
+    QFontMetrics m_locationMetrics;
+    QFontMetrics m_badgeMetrics;
+    mutable QHash<QUuid, int> m_advances;
+    mutable QHash<QString, QPixmap> m_symbols;
+};
+
+} // namespace corvane
