@@ -9,7 +9,10 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPainter>
-#include <QPropertyAnimation>
+#include <QVariantAnimation>
+#include <QScrollArea>
+#include <QScrollBar>
+#include <QWheelEvent>
 #include <QToolButton>
 #include <QVBoxLayout>
 
@@ -40,6 +43,30 @@ QIcon pagerIcon(const QString& symbol)
     return icon;
 }
 
+// The row of cards: four cards are wider than the narrowest sidebar, so the
+// row scrolls sideways, by wheel too, rather than squeezing them.
+class CardStrip : public QScrollArea {
+public:
+    explicit CardStrip(QWidget* parent) : QScrollArea(parent)
+    {
+        setFrameShape(QFrame::NoFrame);
+        setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+        setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+        setWidgetResizable(true);
+        setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
+        viewport()->setAutoFillBackground(false);
+    }
+
+protected:
+    void wheelEvent(QWheelEvent* event) override
+    {
+        const QPoint delta = event->angleDelta();
+        const int step = qAbs(delta.x()) > qAbs(delta.y()) ? delta.x() : delta.y();
+        horizontalScrollBar()->setValue(horizontalScrollBar()->value() - step / 2);
+        event->accept();
+    }
+};
+
 } // namespace
 
 BuildHistorySection::BuildHistorySection(BuildStore& store, QWidget* parent)
@@ -54,14 +81,15 @@ BuildHistorySection::BuildHistorySection(BuildStore& store, QWidget* parent)
       m_range(new QLabel(m_pager)),
       m_older(plainButton(QStringLiteral("olderBuildsButton"), m_pager)),
       m_count(new QLabel(this)),
-      m_cards(new QWidget(this)),
-      m_cardsAnimation(new QPropertyAnimation(m_cards, "maximumHeight", this))
+      m_cardsArea(new CardStrip(this)),
+      m_cards(new QWidget(m_cardsArea)),
+      m_cardsAnimation(new QVariantAnimation(this))
 {
     setObjectName(QStringLiteral("buildHistory"));
     m_pager->setObjectName(QStringLiteral("historyPager"));
     m_range->setObjectName(QStringLiteral("historyRange"));
     m_count->setObjectName(QStringLiteral("historyCount"));
-    m_cards->setObjectName(QStringLiteral("historyCards"));
+    m_cardsArea->setObjectName(QStringLiteral("historyCards"));
 
     m_toggle->setFixedSize(16, 22);
     m_toggle->setIconSize(QSize(9, 9));
@@ -129,20 +157,24 @@ BuildHistorySection::BuildHistorySection(BuildStore& store, QWidget* parent)
         });
     }
     cardsLayout->addStretch(1);
-    m_cards->setMaximumHeight(cardsRowHeight);
+    m_cards->setAutoFillBackground(false);
+    m_cardsArea->setWidget(m_cards);
+    m_cardsArea->setFixedHeight(cardsRowHeight);
 
     m_cardsAnimation->setDuration(animationMilliseconds);
     m_cardsAnimation->setEasingCurve(QEasingCurve::InOutQuad);
-    connect(m_cardsAnimation, &QPropertyAnimation::finished, this, [this] {
+    connect(m_cardsAnimation, &QVariantAnimation::valueChanged, this,
+            [this](const QVariant& value) { m_cardsArea->setFixedHeight(value.toInt()); });
+    connect(m_cardsAnimation, &QVariantAnimation::finished, this, [this] {
         if (!m_expanded)
-            m_cards->hide();
+            m_cardsArea->hide();
     });
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 1); // room for the bottom hairline
     layout->setSpacing(0);
     layout->addWidget(header);
-    layout->addWidget(m_cards);
+    layout->addWidget(m_cardsArea);
 
     refresh();
 }
@@ -189,13 +221,13 @@ void BuildHistorySection::refresh()
 void BuildHistorySection::move(qsizetype newStart)
 {
     m_startIndex = newStart;
+    m_cardsArea->horizontalScrollBar()->setValue(0);
     refresh();
 }
 
 void BuildHistorySection::resetPaging()
 {
-    m_startIndex = 0;
-    refresh();
+    move(0);
 }
 
 void BuildHistorySection::setExpanded(bool expanded)
@@ -210,10 +242,10 @@ void BuildHistorySection::setExpanded(bool expanded)
 void BuildHistorySection::animateCards(bool show)
 {
     m_cardsAnimation->stop();
-    m_cardsAnimation->setStartValue(m_cards->isVisible() ? m_cards->height() : 0);
+    m_cardsAnimation->setStartValue(m_cardsArea->isVisible() ? m_cardsArea->height() : 0);
     m_cardsAnimation->setEndValue(show ? cardsRowHeight : 0);
     if (show)
-        m_cards->show();
+        m_cardsArea->show();
     m_cardsAnimation->start();
 }
 

@@ -8,7 +8,8 @@
 #include <optional>
 
 class QLabel;
-class QPropertyAnimation;
+class QVariantAnimation;
+class QScrollArea;
 class QToolButton;
 
 namespace corvane {
@@ -53,9 +54,10 @@ private:
     QLabel* m_range;
     QToolButton* m_older;
     QLabel* m_count;
+    QScrollArea* m_cardsArea;
     QWidget* m_cards;
     std::array<HistoryCard*, 4> m_cardViews{};
-    QPropertyAnimation* m_cardsAnimation;
+    QVariantAnimation* m_cardsAnimation;
 };
 
 } // namespace corvane

@@ -3,7 +3,6 @@
 #include "Theme.h"
 
 #include <QFontMetricsF>
-#include <QLocale>
 #include <QPainter>
 
 namespace corvane {
@@ -19,8 +18,7 @@ void HistoryCard::setSession(const BuildSession& session, bool isActive)
 {
     m_session = session;
     m_isActive = isActive;
-    const QString time = QLocale::system().toString(session.startedAt.toDateTime().toLocalTime().time(),
-                                                    QLocale::ShortFormat);
+    const QString time = theme::timeOfDay(session.startedAt.toDateTime());
     setAccessibleName(session.projectName.toUpper() + QStringLiteral(", ") + time + QStringLiteral(", ")
                       + summaryText(session));
     setToolTip(session.sourceName);
@@ -83,8 +81,7 @@ void HistoryCard::paintEvent(QPaintEvent*)
     painter.setPen(Qt::NoPen);
     painter.setBrush(status);
     painter.drawEllipse(QRectF(content.left(), y + line1 / 2 - 3, 6, 6));
-    const QString time = QLocale::system().toString(m_session.startedAt.toDateTime().toLocalTime().time(),
-                                                    QLocale::ShortFormat);
+    const QString time = theme::timeOfDay(m_session.startedAt.toDateTime());
     const qreal timeWidth = QFontMetricsF(timeFont).horizontalAdvance(time);
     painter.setFont(timeFont);
     painter.setPen(theme::tertiaryText());

@@ -10,7 +10,7 @@ PickerBox::PickerBox(int width, const QString& accessibleName, QWidget* parent) 
 {
     setFixedSize(width, 30);
     setAccessibleName(accessibleName);
-    setFont(theme::font(12, QFont::Medium));
+    setFont(theme::font(12));
     setCursor(Qt::PointingHandCursor);
     setFocusPolicy(Qt::StrongFocus);
 }

@@ -7,7 +7,6 @@
 
 #include <QHBoxLayout>
 #include <QLabel>
-#include <QLocale>
 #include <QPainter>
 #include <QVBoxLayout>
 
@@ -86,8 +85,10 @@ SummaryStrip::SummaryStrip(BuildStore& store, QWidget* parent)
     auto* sourceLayout = new QVBoxLayout(m_source);
     sourceLayout->setContentsMargins(0, 0, 0, 0);
     sourceLayout->setSpacing(2);
+    sourceLayout->addStretch(1);
     sourceLayout->addWidget(m_sourceName);
     sourceLayout->addWidget(m_time);
+    sourceLayout->addStretch(1);
     // A long source name gives way to the counters rather than widening the
     // sidebar.
     m_source->setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
@@ -120,8 +121,7 @@ void SummaryStrip::refresh()
     if (session) {
         m_sourceName->setText(session->sourceName.toUpper());
         m_sourceName->setToolTip(session->sourceName);
-        m_time->setText(QLocale::system().toString(session->startedAt.toDateTime().toLocalTime().time(),
-                                                   QLocale::ShortFormat));
+        m_time->setText(theme::timeOfDay(session->startedAt.toDateTime()));
     }
 }
 

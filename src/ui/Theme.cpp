@@ -3,6 +3,8 @@
 #include <QApplication>
 #include <QFile>
 #include <QHash>
+#include <QLocale>
+#include <QRegularExpression>
 #include <QPainter>
 #include <QPalette>
 #include <QPixmapCache>
@@ -240,6 +242,15 @@ void paintRoundedPanel(QPainter& painter, const QRectF& rect, double radius,
     painter.setBrush(fill.alpha() > 0 ? QBrush(fill) : QBrush(Qt::NoBrush));
     painter.drawRoundedRect(inner, r, r);
     painter.restore();
+}
+
+QString timeOfDay(const QDateTime& dateTime)
+{
+    const QLocale locale = QLocale::system();
+    QString format = locale.timeFormat(QLocale::ShortFormat);
+    // Some locales (C among them) keep the seconds in their short style.
+    format.remove(QRegularExpression(QStringLiteral("[:.]ss?")));
+    return locale.toString(dateTime.toLocalTime().time(), format);
 }
 
 void setForeground(QWidget& widget, const QColor& color)

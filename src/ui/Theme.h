@@ -3,6 +3,7 @@
 #include "DiagnosticSeverity.h"
 
 #include <QColor>
+#include <QDateTime>
 #include <QFont>
 #include <QIcon>
 #include <QPixmap>
@@ -82,6 +83,10 @@ SeverityStyle severityStyle(DiagnosticSeverity severity);
 // shape of header controls, cards and capsules (radius = half the height).
 void paintRoundedPanel(QPainter& painter, const QRectF& rect, double radius,
                        const QColor& fill, const QColor& outline);
+
+// A time of day in the locale's short style, without seconds ("9:41 AM",
+// "09:41").
+QString timeOfDay(const QDateTime& dateTime);
 
 // Sets the colour a label or button draws its text in.
 void setForeground(QWidget& widget, const QColor& color);
