@@ -1,13 +1,67 @@
-// PLACEHOLDER so the project links; replaced by the polling implementation.
 #include "XcodeBuildWatcher.h"
 
+#include "ActivityLogReader.h"
+
+#include <QCoreApplication>
 #include <QDir>
+#include <QFileInfo>
+#include <QFuture>
+#include <QThreadPool>
+#include <QTimer>
+#include <QtConcurrent/QtConcurrentRun>
+
+#include <optional>
 
 namespace corvane {
 
+namespace {
+
+const QString logExtension = QStringLiteral(".xcactivitylog");
+
+// One pool for every watcher, at low priority so scans and reads of large logs
+// never compete with the interface. It belongs to the application object so
+// that it outlives every watcher: destroying a pool waits for its jobs, which
+// must never happen on the interface thread while a log is being read.
+QThreadPool* backgroundPool()
+{
+    static QThreadPool* pool = [] {
+        auto* p = new QThreadPool(QCoreApplication::instance());
+        p->setThreadPriority(QThread::LowPriority);
+        p->setMaxThreadCount(2);
+        return p;
+    }();
+    return pool;
+}
+
+QFileInfoList visibleEntries(const QString& folder)
+{
+    // System includes broken symbolic links and other special files so that
+    // they are looked at (and refused) like everything else.
+    return QDir(folder).entryInfoList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot,
+                                      QDir::NoSort);
+}
+
+} // namespace
+
+QDateTime XcodeBuildWatcher::Snapshot::distantPast()
+{
+    return QDateTime(QDate(1, 1, 1), QTime(0, 0), Qt::UTC);
+}
+
 struct XcodeBuildWatcher::Private {
     QString derivedDataPath;
-    bool running = false;
+    std::chrono::milliseconds interval;
+
+    // Each start begins a new polling loop with a new number; 0 while idle. A
+    // loop whose number is no longer current has been cancelled: it finishes
+    // the poll it is in and then ends instead of pausing.
+    quint64 currentLoop = 0;
+    quint64 lastLoop = 0;
+    QTimer pause;
+
+    Snapshots knownLogs;
+    Snapshots pendingLogs;
+    Snapshots processedSnapshot;
 };
 
 QString XcodeBuildWatcher::defaultDerivedDataPath()
@@ -15,32 +69,162 @@ QString XcodeBuildWatcher::defaultDerivedDataPath()
     return QDir::homePath() + QStringLiteral("/Library/Developer/Xcode/DerivedData");
 }
 
-XcodeBuildWatcher::XcodeBuildWatcher(QString derivedDataPath, std::chrono::milliseconds, QObject* parent)
+XcodeBuildWatcher::XcodeBuildWatcher(QString derivedDataPath, std::chrono::milliseconds interval,
+                                     QObject* parent)
     : QObject(parent), d(std::make_unique<Private>())
 {
     d->derivedDataPath = std::move(derivedDataPath);
+    d->interval = interval;
+    d->pause.setSingleShot(true);
+    connect(&d->pause, &QTimer::timeout, this, [this] {
+        if (d->currentLoop != 0)
+            poll(d->currentLoop);
+    });
 }
 
+// Pending continuations have this watcher as their context, so they are
+// dropped with it; the jobs themselves own copies of everything they use.
 XcodeBuildWatcher::~XcodeBuildWatcher() = default;
 
 void XcodeBuildWatcher::start()
 {
-    if (d->running)
+    if (d->currentLoop != 0)
         return;
-    d->running = true;
-    if (onStateChange)
-        onStateChange(WatcherState::watching());
+    const quint64 loop = d->currentLoop = ++d->lastLoop;
+    sendState(WatcherState::watching());
+
+    // Logs already there are the baseline: known, never read unless they change.
+    QtConcurrent::run(backgroundPool(), &XcodeBuildWatcher::scanLogs, d->derivedDataPath)
+        .then(this, [this, loop](const Snapshots& baseline) {
+            d->knownLogs = baseline;
+            if (d->currentLoop == loop)
+                poll(loop);
+        });
 }
 
 void XcodeBuildWatcher::stop()
 {
-    d->running = false;
-    if (onStateChange)
-        onStateChange(WatcherState::stopped());
+    d->currentLoop = 0;
+    d->pause.stop();
+    d->pendingLogs.clear();
+    sendState(WatcherState::stopped());
 }
 
-bool XcodeBuildWatcher::isRunning() const { return d->running; }
+bool XcodeBuildWatcher::isRunning() const { return d->currentLoop != 0; }
 QString XcodeBuildWatcher::derivedDataPath() const { return d->derivedDataPath; }
-QString XcodeBuildWatcher::projectNameForLog(const QString&) { return QStringLiteral("Xcode"); }
+
+void XcodeBuildWatcher::poll(quint64 loop)
+{
+    QtConcurrent::run(backgroundPool(), &XcodeBuildWatcher::scanLogs, d->derivedDataPath)
+        .then(this, [this, loop](const Snapshots& current) { takeScan(loop, current); });
+}
+
+void XcodeBuildWatcher::takeScan(quint64 loop, const Snapshots& current)
+{
+    for (auto it = current.cbegin(); it != current.cend(); ++it) {
+        const auto known = d->knownLogs.constFind(it.key());
+        if (known != d->knownLogs.cend() && known.value() == it.value())
+            continue;
+        sendState(WatcherState::buildDetected(projectNameForLog(it.key())));
+        d->pendingLogs.insert(it.key(), it.value());
+    }
+
+    ReadyLogs ready;
+    for (auto it = d->pendingLogs.begin(); it != d->pendingLogs.end();) {
+        const auto now = current.constFind(it.key());
+        if (now == current.cend()) {
+            ++it;
+        } else if (now.value() != it.value()) {
+            // Still being written; looked at again next time.
+            it.value() = now.value();
+            ++it;
+        } else if (const auto read = d->processedSnapshot.constFind(it.key());
+                   read != d->processedSnapshot.cend() && read.value() == now.value()) {
+            it = d->pendingLogs.erase(it);
+        } else {
+            ready.append({it.key(), now.value()});
+            ++it;
+        }
+    }
+
+    d->knownLogs = current;
+    processReady(loop, std::move(ready), 0);
+}
+
+void XcodeBuildWatcher::processReady(quint64 loop, ReadyLogs ready, qsizetype next)
+{
+    if (next == ready.size()) {
+        finishPoll(loop);
+        return;
+    }
+    const auto [path, snapshot] = ready.at(next);
+    d->pendingLogs.remove(path);
+    sendState(WatcherState::processing(projectNameForLog(path)));
+
+    QtConcurrent::run(backgroundPool(), &readActivityLog, path)
+        .then(this, [this, loop, ready = std::move(ready), next, path, snapshot](
+                        const Result<QByteArray>& text) mutable {
+            if (text) {
+                d->processedSnapshot.insert(path, snapshot);
+                if (onBuild)
+                    onBuild(path, text.value());
+                sendState(WatcherState::watching());
+            } else {
+                // Not retried: the log stays known with this snapshot, so only
+                // a change to the file brings it back.
+                sendState(WatcherState::failed(text.error().description));
+            }
+            processReady(loop, std::move(ready), next + 1);
+        });
+}
+
+void XcodeBuildWatcher::finishPoll(quint64 loop)
+{
+    // The cancellation test between polls: a stopped (or restarted) loop ends here.
+    if (d->currentLoop != loop)
+        return;
+    d->pause.start(d->interval);
+}
+
+void XcodeBuildWatcher::sendState(const WatcherState& state)
+{
+    if (onStateChange)
+        onStateChange(state);
+}
+
+QString XcodeBuildWatcher::projectNameForLog(const QString& logPath)
+{
+    const QStringList components = logPath.split(QLatin1Char('/'), Qt::SkipEmptyParts);
+    const qsizetype derivedData = components.indexOf(QStringLiteral("DerivedData"));
+    if (derivedData < 0 || derivedData + 1 >= components.size())
+        return QStringLiteral("Xcode");
+    const QString& folder = components.at(derivedData + 1);
+    const qsizetype hyphen = folder.lastIndexOf(QLatin1Char('-'));
+    return hyphen < 0 ? folder : folder.left(hyphen);
+}
+
+XcodeBuildWatcher::Snapshots XcodeBuildWatcher::scanLogs(const QString& derivedDataPath)
+{
+    Snapshots logs;
+    // Entries are not checked for being folders: listing Logs/Build inside
+    // anything else simply finds nothing.
+    for (const QFileInfo& entry : visibleEntries(derivedDataPath)) {
+        const QString buildLogs = entry.filePath() + QStringLiteral("/Logs/Build");
+        for (const QFileInfo& file : visibleEntries(buildLogs)) {
+            if (!file.fileName().endsWith(logExtension, Qt::CaseSensitive))
+                continue;
+            // A symbolic link is not a regular file, whatever it points to.
+            if (file.isSymLink() || !file.isFile())
+                continue;
+            Snapshot snapshot;
+            snapshot.size = static_cast<quint64>(std::max<qint64>(file.size(), 0));
+            const QDateTime modified = file.lastModified().toUTC();
+            if (modified.isValid())
+                snapshot.modificationDate = modified;
+            logs.insert(file.filePath(), snapshot);
+        }
+    }
+    return logs;
+}
 
 } // namespace corvane

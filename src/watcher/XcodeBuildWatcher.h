@@ -1,6 +1,9 @@
 #pragma once
 
 #include <QByteArray>
+#include <QDateTime>
+#include <QHash>
+#include <QList>
 #include <QObject>
 #include <QString>
 
@@ -34,6 +37,19 @@ public:
         bool operator==(const WatcherState&) const = default;
     };
 
+    // A log file as last seen. Two snapshots are the same state of the file
+    // when size and modification date agree; nothing else is compared.
+    struct Snapshot {
+        quint64 size = 0;
+        // distantPast() when the file system gives no date.
+        QDateTime modificationDate = distantPast();
+
+        static QDateTime distantPast();
+        bool operator==(const Snapshot&) const = default;
+    };
+    // Keyed by the log's absolute path as the folder listing gave it.
+    using Snapshots = QHash<QString, Snapshot>;
+
     using StateCallback = std::function<void(const WatcherState&)>;
     // The log's absolute path and its text as UTF-8.
     using BuildCallback = std::function<void(const QString& logPath, const QByteArray& utf8Text)>;
@@ -65,7 +81,25 @@ public:
     // last "-", or "Xcode" for a path outside DerivedData.
     static QString projectNameForLog(const QString& logPath);
 
+    // Every *.xcactivitylog regular file directly inside <entry>/Logs/Build of
+    // each entry of the DerivedData folder. Hidden entries, symbolic links and
+    // anything deeper are left out; folders that cannot be listed count as
+    // empty. Blocks; the watcher runs it as a background job.
+    static Snapshots scanLogs(const QString& derivedDataPath);
+
 private:
+    struct ReadyLog {
+        QString path;
+        Snapshot snapshot;
+    };
+    using ReadyLogs = QList<ReadyLog>;
+
+    void poll(quint64 loop);
+    void takeScan(quint64 loop, const Snapshots& current);
+    void processReady(quint64 loop, ReadyLogs ready, qsizetype next);
+    void finishPoll(quint64 loop);
+    void sendState(const WatcherState& state);
+
     struct Private;
     std::unique_ptr<Private> d;
 };

@@ -1,0 +1,128 @@
+#include "ActivityLogReader.h"
+#include "ReadableTextExtractor.h"
+#include "TestEnvironment.h"
+
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
+
+namespace corvane {
+namespace {
+
+using test::gzipBytes;
+using test::writeFile;
+
+const QString decompressPrefix = QStringLiteral("Could not decompress Xcode activity log: ");
+
+class ActivityLogReaderTest : public ::testing::Test {
+protected:
+    QString logWith(const QByteArray& bytes, const QString& name = QStringLiteral("build.xcactivitylog"))
+    {
+        const QString path = m_dir.filePath(name);
+        writeFile(path, bytes);
+        return path;
+    }
+
+    QTemporaryDir m_dir;
+};
+
+TEST_F(ActivityLogReaderTest, FilesWithoutTheGzipSignatureAreTakenAsTheyAre)
+{
+    // Each of these would make gzip fail, so a success shows it was not run.
+    const auto empty = readActivityLog(logWith({}));
+    ASSERT_TRUE(empty.ok()) << empty.error().description.toStdString();
+    EXPECT_EQ(empty.value(), QByteArray());
+
+    const auto oneByte = readActivityLog(logWith("\x1F"));
+    ASSERT_TRUE(oneByte.ok());
+    EXPECT_EQ(oneByte.value(), QByteArray());
+
+    const auto halfSignature = readActivityLog(logWith("\x1F" "ABCD\x1F\x8Bxyz"));
+    ASSERT_TRUE(halfSignature.ok());
+    EXPECT_EQ(halfSignature.value(), QByteArray("ABCD\n"));
+
+    const QByteArray plain = "main.m:3:1: error: expected ';'\rCompileC main.o\r";
+    const auto plainText = readActivityLog(logWith(plain));
+    ASSERT_TRUE(plainText.ok());
+    EXPECT_EQ(plainText.value(), plain + QByteArray("\n"));
+}
+
+TEST_F(ActivityLogReaderTest, CompressedLogsGiveTheirReadableRuns)
+{
+    const QByteArray payload = QByteArray("SLF0\x01\x02" "12#", 9) + "31\"main.m:3:1: error: expected ';'"
+        + QByteArray("\0\0\x05", 3) + "ok\x06" + "warning: unused\r";
+    const auto text = readActivityLog(logWith(gzipBytes(payload)));
+    ASSERT_TRUE(text.ok()) << text.error().description.toStdString();
+    EXPECT_EQ(text.value(), QByteArray("SLF0\n12#31\"main.m:3:1: error: expected ';'\nwarning: unused\r\n"));
+
+    const auto raw = decompressActivityLog(logWith(gzipBytes(payload), QStringLiteral("second.xcactivitylog")));
+    ASSERT_TRUE(raw.ok());
+    EXPECT_EQ(raw.value(), payload);
+}
+
+TEST_F(ActivityLogReaderTest, LargeLogsStreamThroughGzipUnchanged)
+{
+    // Several megabytes: many pipe buffers, so runs and multibyte characters
+    // are cut at arbitrary chunk boundaries on the way.
+    QRandomGenerator random(7);
+    QByteArray payload;
+    while (payload.size() < 6 * 1024 * 1024) {
+        payload += QByteArray("CompileC /Users/dev/Projekt \xC3\xA9t\xC3\xA9/").repeated(random.bounded(1, 400));
+        payload += char(random.bounded(0, 9));
+        payload += QByteArray(random.bounded(0, 6), 'x');
+        payload += '\x7F';
+    }
+    const auto text = readActivityLog(logWith(gzipBytes(payload)));
+    ASSERT_TRUE(text.ok()) << text.error().description.toStdString();
+    EXPECT_EQ(text.value(), extractReadableText(payload));
+}
+
+TEST_F(ActivityLogReaderTest, AnyNonZeroGzipStatusIsAFailure)
+{
+    const QByteArray compressed = gzipBytes(QByteArray("readable build output\r").repeated(2000));
+
+    // A truncated file: gzip writes what it could and exits with 1.
+    const auto truncated = readActivityLog(logWith(compressed.left(compressed.size() / 2)));
+    ASSERT_FALSE(truncated.ok());
+    EXPECT_EQ(truncated.error().domain, QStringLiteral("Corvane.ActivityLog"));
+    EXPECT_EQ(truncated.error().code, 1);
+    EXPECT_TRUE(truncated.error().description.startsWith(decompressPrefix))
+        << truncated.error().description.toStdString();
+    // gzip's own message follows, trailing line break included.
+    EXPECT_GT(truncated.error().description.size(), decompressPrefix.size());
+    EXPECT_TRUE(truncated.error().description.endsWith(QLatin1Char('\n')));
+
+    // Trailing garbage: all the data comes out, gzip warns and exits with 2.
+    const auto garbage = readActivityLog(logWith(compressed + "trailing garbage", QStringLiteral("g.xcactivitylog")));
+    ASSERT_FALSE(garbage.ok());
+    EXPECT_EQ(garbage.error().domain, QStringLiteral("Corvane.ActivityLog"));
+    EXPECT_EQ(garbage.error().code, 2);
+    EXPECT_TRUE(garbage.error().description.startsWith(decompressPrefix));
+
+    const auto direct = decompressActivityLog(m_dir.filePath(QStringLiteral("g.xcactivitylog")));
+    ASSERT_FALSE(direct.ok());
+    EXPECT_EQ(direct.error().code, 2);
+}
+
+TEST_F(ActivityLogReaderTest, AMissingFileFailsWithThePlatformsDescription)
+{
+    const auto missing = readActivityLog(m_dir.filePath(QStringLiteral("gone.xcactivitylog")));
+    ASSERT_FALSE(missing.ok());
+    EXPECT_NE(missing.error().domain, QStringLiteral("Corvane.ActivityLog"));
+    EXPECT_FALSE(missing.error().description.isEmpty());
+    EXPECT_FALSE(missing.error().description.startsWith(decompressPrefix));
+}
+
+TEST(GzipSignature, NeedsBothBytes)
+{
+    EXPECT_TRUE(hasGzipSignature("\x1F\x8B"));
+    EXPECT_TRUE(hasGzipSignature("\x1F\x8B\x08\x00"));
+    EXPECT_FALSE(hasGzipSignature("\x1F"));
+    EXPECT_FALSE(hasGzipSignature("\x8B\x1F"));
+    EXPECT_FALSE(hasGzipSignature("\x1F\x8A"));
+    EXPECT_FALSE(hasGzipSignature(QByteArrayView()));
+}
+
+} // namespace
+} // namespace corvane

@@ -1,0 +1,379 @@
+#include "XcodeBuildWatcher.h"
+#include "TestEnvironment.h"
+
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QDeadlineTimer>
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QTimer>
+
+#include <gtest/gtest.h>
+
+#include <memory>
+
+namespace corvane {
+
+// Lets failed comparisons of state sequences print readably.
+static std::ostream& operator<<(std::ostream& out, const XcodeBuildWatcher::WatcherState& state)
+{
+    static const char* names[] = {"watching", "buildDetected", "processing", "failed", "stopped"};
+    out << names[static_cast<int>(state.kind)];
+    if (!state.payload.isEmpty())
+        out << "(" << state.payload.toStdString() << ")";
+    return out;
+}
+
+namespace {
+
+using namespace std::chrono_literals;
+using State = XcodeBuildWatcher::WatcherState;
+using test::gzipBytes;
+using test::writeFile;
+
+// Runs the event loop until the condition holds or the time is up.
+template <typename Condition>
+bool waitFor(Condition condition, int milliseconds)
+{
+    const QDeadlineTimer deadline(milliseconds);
+    QEventLoop loop;
+    QTimer tick;
+    QObject::connect(&tick, &QTimer::timeout, &loop, [&] {
+        if (condition() || deadline.hasExpired())
+            loop.quit();
+    });
+    tick.start(5);
+    loop.exec();
+    return condition();
+}
+
+void wait(int milliseconds)
+{
+    waitFor([] { return false; }, milliseconds);
+}
+
+struct Delivery {
+    QString path;
+    QByteArray text;
+    bool operator==(const Delivery&) const = default;
+};
+
+// Everything a watcher reports, in order, on a real event loop.
+class XcodeBuildWatcherTest : public ::testing::Test {
+protected:
+    static constexpr int timeoutMs = 10000;
+    // Long enough for several polls at the test interval.
+    static constexpr int quietMs = 400;
+
+    void SetUp() override
+    {
+        m_derivedData = m_dir.filePath(QStringLiteral("DerivedData"));
+        QDir().mkpath(m_derivedData);
+        m_watcher = makeWatcher();
+    }
+
+    std::unique_ptr<XcodeBuildWatcher> makeWatcher()
+    {
+        auto watcher = std::make_unique<XcodeBuildWatcher>(m_derivedData, 50ms);
+        watcher->onStateChange = [this](const State& state) { m_states.push_back(state); };
+        watcher->onBuild = [this](const QString& path, const QByteArray& text) {
+            m_builds.push_back({path, text});
+            // Deliveries interleave with states; remember where.
+            m_states.push_back(State{State::Kind::stopped, QStringLiteral("<build>")});
+        };
+        return watcher;
+    }
+
+    QString logPath(const QString& project, const QString& name = QStringLiteral("build.xcactivitylog")) const
+    {
+        return m_derivedData + u'/' + project + QStringLiteral("/Logs/Build/") + name;
+    }
+
+    QString writeLog(const QString& project, const QByteArray& text,
+                     const QString& name = QStringLiteral("build.xcactivitylog"))
+    {
+        const QString path = logPath(project, name);
+        writeFile(path, gzipBytes(text));
+        return path;
+    }
+
+    // Starts the watcher and lets its baseline scan and first poll pass.
+    void startAndSettle()
+    {
+        m_watcher->start();
+        wait(quietMs);
+    }
+
+    bool waitForStates(std::size_t count)
+    {
+        return waitFor([&] { return m_states.size() >= count; }, timeoutMs);
+    }
+
+    static State build() { return State{State::Kind::stopped, QStringLiteral("<build>")}; }
+
+    QTemporaryDir m_dir;
+    QString m_derivedData;
+    std::vector<State> m_states;
+    std::vector<Delivery> m_builds;
+    std::unique_ptr<XcodeBuildWatcher> m_watcher;
+};
+
+TEST_F(XcodeBuildWatcherTest, ReadsNewAndRewrittenLogsButNeverTheBaseline)
+{
+    writeLog(QStringLiteral("Old-aaaa"), "old build output\r");
+    startAndSettle();
+    EXPECT_EQ(m_states, (std::vector{State::watching()}));
+    EXPECT_TRUE(m_builds.empty());
+
+    const QString path = writeLog(QStringLiteral("ExampleApp-bqxkzfwdmtaobxexrkhgjvjbbyoa"),
+                                  QByteArray("\0main.m:1:1: error: boom\r", 25));
+    ASSERT_TRUE(waitForStates(5));
+    const QString project = QStringLiteral("ExampleApp");
+    EXPECT_EQ(m_states, (std::vector{State::watching(), State::buildDetected(project),
+                                     State::processing(project), build(), State::watching()}));
+    ASSERT_EQ(m_builds.size(), 1u);
+    EXPECT_EQ(m_builds[0], (Delivery{path, "main.m:1:1: error: boom\r\n"}));
+
+    // The same file rewritten is read again; its text delivered again.
+    m_states.clear();
+    writeLog(QStringLiteral("ExampleApp-bqxkzfwdmtaobxexrkhgjvjbbyoa"), "second build, longer output\r");
+    ASSERT_TRUE(waitForStates(4));
+    EXPECT_EQ(m_states, (std::vector{State::buildDetected(project), State::processing(project), build(),
+                                     State::watching()}));
+    ASSERT_EQ(m_builds.size(), 2u);
+    EXPECT_EQ(m_builds[1], (Delivery{path, "second build, longer output\r\n"}));
+
+    // Nothing changes: nothing more happens.
+    wait(quietMs);
+    EXPECT_EQ(m_states.size(), 4u);
+}
+
+TEST_F(XcodeBuildWatcherTest, ADerivedDataFolderCreatedLaterIsPickedUp)
+{
+    QDir(m_derivedData).removeRecursively();
+    startAndSettle();
+    EXPECT_EQ(m_states, (std::vector{State::watching()}));
+
+    // Built elsewhere and moved in, so the first poll that sees the folder
+    // sees it whole.
+    const QString staging = m_dir.filePath(QStringLiteral("staging"));
+    writeFile(staging + QStringLiteral("/Tool/Logs/Build/a.xcactivitylog"), gzipBytes("tool output\r"));
+    ASSERT_TRUE(QDir().rename(staging, m_derivedData));
+
+    ASSERT_TRUE(waitForStates(5));
+    EXPECT_EQ(m_states, (std::vector{State::watching(), State::buildDetected(QStringLiteral("Tool")),
+                                     State::processing(QStringLiteral("Tool")), build(), State::watching()}));
+    ASSERT_EQ(m_builds.size(), 1u);
+    EXPECT_EQ(m_builds[0].path, logPath(QStringLiteral("Tool"), QStringLiteral("a.xcactivitylog")));
+}
+
+TEST_F(XcodeBuildWatcherTest, AfterAFailedListingOnlyUnreadLogsAreRead)
+{
+    const QString baselineOnly = writeLog(QStringLiteral("Base-1"), "baseline build\r");
+    startAndSettle();
+    const QString readBefore = writeLog(QStringLiteral("Read-2"), "read once\r");
+    ASSERT_TRUE(waitForStates(5));
+    ASSERT_EQ(m_builds.size(), 1u);
+
+    // The folder disappears for a few polls, then comes back unchanged.
+    const QString away = m_derivedData + QStringLiteral(".away");
+    ASSERT_TRUE(QDir().rename(m_derivedData, away));
+    wait(quietMs);
+    m_states.clear();
+    ASSERT_TRUE(QDir().rename(away, m_derivedData));
+
+    // Both count as new; only the one never read is read.
+    ASSERT_TRUE(waitForStates(5));
+    wait(quietMs);
+    ASSERT_EQ(m_states.size(), 5u);
+    const std::vector<State> detected(m_states.begin(), m_states.begin() + 2);
+    EXPECT_TRUE(std::is_permutation(detected.begin(), detected.end(),
+                                    std::vector{State::buildDetected(QStringLiteral("Base")),
+                                                State::buildDetected(QStringLiteral("Read"))}
+                                        .begin()));
+    EXPECT_EQ(std::vector(m_states.begin() + 2, m_states.end()),
+              (std::vector{State::processing(QStringLiteral("Base")), build(), State::watching()}));
+    ASSERT_EQ(m_builds.size(), 2u);
+    EXPECT_EQ(m_builds[1], (Delivery{baselineOnly, "baseline build\r\n"}));
+    Q_UNUSED(readBefore);
+}
+
+TEST_F(XcodeBuildWatcherTest, TwoLogsOfOnePollAreReadOneAfterTheOther)
+{
+    startAndSettle();
+    const QString staging = m_dir.filePath(QStringLiteral("Pair-9"));
+    writeFile(staging + QStringLiteral("/Logs/Build/first.xcactivitylog"), gzipBytes("first build\r"));
+    writeFile(staging + QStringLiteral("/Logs/Build/second.xcactivitylog"), gzipBytes("second build\r"));
+    ASSERT_TRUE(QDir().rename(staging, m_derivedData + QStringLiteral("/Pair-9")));
+
+    ASSERT_TRUE(waitForStates(9));
+    const QString pair = QStringLiteral("Pair");
+    EXPECT_EQ(m_states, (std::vector{State::watching(), State::buildDetected(pair), State::buildDetected(pair),
+                                     State::processing(pair), build(), State::watching(),
+                                     State::processing(pair), build(), State::watching()}));
+    ASSERT_EQ(m_builds.size(), 2u);
+    QStringList texts = {QString::fromUtf8(m_builds[0].text), QString::fromUtf8(m_builds[1].text)};
+    texts.sort();
+    EXPECT_EQ(texts, (QStringList{QStringLiteral("first build\r\n"), QStringLiteral("second build\r\n")}));
+    EXPECT_NE(m_builds[0].path, m_builds[1].path);
+}
+
+TEST_F(XcodeBuildWatcherTest, AFailedReadIsNotRetriedUntilTheFileChanges)
+{
+    startAndSettle();
+    const QByteArray compressed = gzipBytes(QByteArray("some build output\r").repeated(500));
+    const QString path = logPath(QStringLiteral("Broken-x"));
+    writeFile(path, compressed.left(compressed.size() / 2));
+
+    ASSERT_TRUE(waitForStates(4));
+    wait(quietMs);
+    ASSERT_EQ(m_states.size(), 4u) << m_states.back();
+    EXPECT_EQ(m_states[2], State::processing(QStringLiteral("Broken")));
+    EXPECT_EQ(m_states[3].kind, State::Kind::failed);
+    EXPECT_TRUE(m_states[3].payload.startsWith(QStringLiteral("Could not decompress Xcode activity log: ")));
+    EXPECT_TRUE(m_builds.empty());
+
+    writeFile(path, compressed);
+    ASSERT_TRUE(waitForStates(8));
+    EXPECT_EQ(std::vector(m_states.begin() + 4, m_states.end()),
+              (std::vector{State::buildDetected(QStringLiteral("Broken")),
+                           State::processing(QStringLiteral("Broken")), build(), State::watching()}));
+    ASSERT_EQ(m_builds.size(), 1u);
+}
+
+TEST_F(XcodeBuildWatcherTest, StartTwiceStopAndRestart)
+{
+    // Stopping an idle watcher still reports it.
+    m_watcher->stop();
+    EXPECT_EQ(m_states, (std::vector{State::stopped()}));
+    EXPECT_FALSE(m_watcher->isRunning());
+    m_states.clear();
+
+    m_watcher->start();
+    m_watcher->start();
+    EXPECT_TRUE(m_watcher->isRunning());
+    wait(quietMs);
+    EXPECT_EQ(m_states, (std::vector{State::watching()}));
+
+    // One loop only: a new log is detected and read once.
+    writeLog(QStringLiteral("Once-1"), "read me once\r");
+    ASSERT_TRUE(waitForStates(5));
+    wait(quietMs);
+    EXPECT_EQ(m_states.size(), 5u);
+    EXPECT_EQ(m_builds.size(), 1u);
+
+    m_watcher->stop();
+    EXPECT_FALSE(m_watcher->isRunning());
+    ASSERT_EQ(m_states.back(), State::stopped());
+
+    // Nothing is watched while stopped, and what changed meanwhile becomes
+    // part of the next baseline.
+    writeLog(QStringLiteral("Meanwhile-2"), "written while stopped\r");
+    writeLog(QStringLiteral("Once-1"), "rewritten while stopped\r");
+    wait(quietMs);
+    EXPECT_EQ(m_states.size(), 6u);
+
+    m_watcher->start();
+    wait(quietMs);
+    EXPECT_EQ(m_states.size(), 7u);
+    EXPECT_EQ(m_states.back(), State::watching());
+    EXPECT_EQ(m_builds.size(), 1u);
+
+    writeLog(QStringLiteral("Meanwhile-2"), "changed after the restart\r");
+    ASSERT_TRUE(waitForStates(11));
+    EXPECT_EQ(m_states[7], State::buildDetected(QStringLiteral("Meanwhile")));
+    ASSERT_EQ(m_builds.size(), 2u);
+    EXPECT_EQ(m_builds[1].text, QByteArray("changed after the restart\r\n"));
+}
+
+TEST_F(XcodeBuildWatcherTest, APollUnderWayFinishesAfterStop)
+{
+    startAndSettle();
+    m_watcher->onStateChange = [this](const State& state) {
+        m_states.push_back(state);
+        if (state.kind == State::Kind::processing)
+            m_watcher->stop();
+    };
+    writeLog(QStringLiteral("Late-1"), "delivered after stop\r");
+
+    ASSERT_TRUE(waitForStates(6));
+    wait(quietMs);
+    EXPECT_EQ(m_states, (std::vector{State::watching(), State::buildDetected(QStringLiteral("Late")),
+                                     State::processing(QStringLiteral("Late")), State::stopped(), build(),
+                                     State::watching()}));
+    EXPECT_FALSE(m_watcher->isRunning());
+
+    // The loop has ended: later logs go unnoticed.
+    writeLog(QStringLiteral("Later-2"), "never seen\r");
+    wait(quietMs);
+    EXPECT_EQ(m_states.size(), 6u);
+}
+
+TEST_F(XcodeBuildWatcherTest, DestroyingTheWatcherDuringARead)
+{
+    startAndSettle();
+    QByteArray big;
+    for (int i = 0; i < 200000; ++i)
+        big += QByteArray::number(i) + QByteArray(" CompileC something.o\x01");
+    writeLog(QStringLiteral("Big-1"), big);
+    ASSERT_TRUE(waitFor(
+        [&] { return !m_states.empty() && m_states.back().kind == State::Kind::processing; }, timeoutMs));
+
+    m_watcher.reset();
+    const std::size_t seen = m_states.size();
+    wait(1500);
+    EXPECT_EQ(m_states.size(), seen);
+    EXPECT_TRUE(m_builds.empty());
+}
+
+TEST(XcodeBuildWatcherScan, TakesOnlyRegularLogFilesDirectlyInBuildLogFolders)
+{
+    QTemporaryDir dir;
+    const QString derivedData = dir.filePath(QStringLiteral("DerivedData"));
+    const QString logs = derivedData + QStringLiteral("/App-abc/Logs/Build/");
+    const QString wanted = logs + QStringLiteral("good.xcactivitylog");
+    writeFile(wanted, "12345");
+    writeFile(logs + QStringLiteral("upper.XCACTIVITYLOG"), "x");
+    writeFile(logs + QStringLiteral("mixed.xcActivityLog"), "x");
+    writeFile(logs + QStringLiteral(".hidden.xcactivitylog"), "x");
+    writeFile(logs + QStringLiteral("notes.txt"), "x");
+    writeFile(logs + QStringLiteral("nested/deeper.xcactivitylog"), "x");
+    QDir().mkpath(logs + QStringLiteral("folder.xcactivitylog"));
+    ASSERT_TRUE(QFile::link(wanted, logs + QStringLiteral("link.xcactivitylog")));
+    ASSERT_TRUE(QFile::link(logs + QStringLiteral("missing"), logs + QStringLiteral("dangling.xcactivitylog")));
+    writeFile(derivedData + QStringLiteral("/.Hidden-abc/Logs/Build/h.xcactivitylog"), "x");
+    writeFile(derivedData + QStringLiteral("/App-abc/Logs/Test/t.xcactivitylog"), "x");
+    writeFile(derivedData + QStringLiteral("/loose.xcactivitylog"), "x");
+    writeFile(derivedData + QStringLiteral("/App-abc/Logs/Build.xcactivitylog"), "x");
+
+    const auto logsFound = XcodeBuildWatcher::scanLogs(derivedData);
+    ASSERT_EQ(logsFound.keys(), QStringList{wanted});
+    const auto snapshot = logsFound.value(wanted);
+    EXPECT_EQ(snapshot.size, 5u);
+    EXPECT_EQ(snapshot.modificationDate, QFileInfo(wanted).lastModified());
+    EXPECT_GT(snapshot.modificationDate, XcodeBuildWatcher::Snapshot::distantPast());
+
+    EXPECT_TRUE(XcodeBuildWatcher::scanLogs(dir.filePath(QStringLiteral("absent"))).isEmpty());
+}
+
+TEST(XcodeBuildWatcherProjectName, TakesTheFolderAfterTheFirstDerivedData)
+{
+    const auto name = [](const char* path) {
+        return XcodeBuildWatcher::projectNameForLog(QString::fromUtf8(path)).toStdString();
+    };
+    EXPECT_EQ(name("/Users/a/Library/Developer/Xcode/DerivedData/ExampleApp-bqxkzfwdmtaobxexrkhgjvjbbyoa/Logs/"
+                   "Build/x.xcactivitylog"),
+              "ExampleApp");
+    EXPECT_EQ(name("/d/DerivedData/My-App-abc/Logs/Build/x.xcactivitylog"), "My-App");
+    EXPECT_EQ(name("/d/DerivedData/Tool/Logs/Build/x.xcactivitylog"), "Tool");
+    EXPECT_EQ(name("/d/DerivedData/-abc/Logs/Build/x.xcactivitylog"), "");
+    EXPECT_EQ(name("/d/DerivedData/One-1/DerivedData/Two-2/x.xcactivitylog"), "One");
+    EXPECT_EQ(name("/d/Logs/Build/x.xcactivitylog"), "Xcode");
+    EXPECT_EQ(name("/d/DerivedData"), "Xcode");
+    EXPECT_EQ(name("/d/deriveddata/App-1/x.xcactivitylog"), "Xcode");
+    EXPECT_EQ(name("/d/MyDerivedData/App-1/x.xcactivitylog"), "Xcode");
+}
+
+} // namespace
+} // namespace corvane
