@@ -1,9 +1,9 @@
 #include "DiagnosticListModel.h"
 
 #include "BuildStore.h"
+#include "FileNameRanking.h"
 #include "Theme.h"
 
-#include <QCollator>
 #include <QHash>
 
 #include <algorithm>
@@ -54,8 +54,8 @@ bool DiagnosticListModel::rebuild(const BuildStore& store)
     }
 
     // Partition by file name, keeping each file's diagnostics in the store's
-    // order; the groups themselves go by a locale-aware, case-insensitive
-    // comparison of their names.
+    // order; the groups themselves go in the order the store sorts file names
+    // (locale-aware, letter case ignored).
     struct Group {
         QString fileName;
         QList<qsizetype> members;
@@ -71,10 +71,13 @@ bool DiagnosticListModel::rebuild(const BuildStore& store)
         }
         groups[*it].members.append(i);
     }
-    QCollator collator;
-    collator.setCaseSensitivity(Qt::CaseInsensitive);
-    std::stable_sort(groups.begin(), groups.end(), [&collator](const Group& a, const Group& b) {
-        return collator.compare(a.fileName, b.fileName) < 0;
+    QStringList names;
+    names.reserve(groups.size());
+    for (const Group& group : std::as_const(groups))
+        names.append(group.fileName);
+    const FileNameRanking ranking(names);
+    std::stable_sort(groups.begin(), groups.end(), [&ranking](const Group& a, const Group& b) {
+        return ranking.rank(a.fileName) < ranking.rank(b.fileName);
     });
 
     for (const Group& group : std::as_const(groups)) {
