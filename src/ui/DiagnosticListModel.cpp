@@ -1,9 +1,9 @@
 #include "DiagnosticListModel.h"
 
 #include "BuildStore.h"
-#include "FileNameRanking.h"
 #include "Theme.h"
 
+#include <QCollator>
 #include <QHash>
 
 #include <algorithm>
@@ -54,8 +54,10 @@ bool DiagnosticListModel::rebuild(const BuildStore& store)
     }
 
     // Partition by file name, keeping each file's diagnostics in the store's
-    // order; the groups themselves go in the order the store sorts file names
-    // (locale-aware, letter case ignored).
+    // order; the groups themselves go by a locale-aware comparison of their
+    // names that ignores letter case. (Collator sort keys would be quicker but
+    // keep letter case apart in the C locale; there are far fewer files than
+    // diagnostics.)
     struct Group {
         QString fileName;
         QList<qsizetype> members;
@@ -71,13 +73,10 @@ bool DiagnosticListModel::rebuild(const BuildStore& store)
         }
         groups[*it].members.append(i);
     }
-    QStringList names;
-    names.reserve(groups.size());
-    for (const Group& group : std::as_const(groups))
-        names.append(group.fileName);
-    const FileNameRanking ranking(names);
-    std::stable_sort(groups.begin(), groups.end(), [&ranking](const Group& a, const Group& b) {
-        return ranking.rank(a.fileName) < ranking.rank(b.fileName);
+    QCollator collator;
+    collator.setCaseSensitivity(Qt::CaseInsensitive);
+    std::stable_sort(groups.begin(), groups.end(), [&collator](const Group& a, const Group& b) {
+        return collator.compare(a.fileName, b.fileName) < 0;
     });
 
     for (const Group& group : std::as_const(groups)) {
