@@ -62,10 +62,8 @@ protected:
     void paintEvent(QPaintEvent*) override
     {
         QPainter painter(this);
-        painter.setRenderHint(QPainter::Antialiasing);
-        painter.setPen(QPen(theme::withOpacity(theme::green(), 0.14), 1));
-        painter.setBrush(theme::withOpacity(theme::green(), 0.055));
-        painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 12, 12);
+        theme::paintRoundedPanel(painter, QRectF(rect()), 12, theme::withOpacity(theme::green(), 0.055),
+                                 theme::withOpacity(theme::green(), 0.14));
     }
 
 private:
@@ -102,13 +100,6 @@ QLabel* symbolLabel(const QString& symbol, const QColor& color, int size, QWidge
     return label;
 }
 
-void setTextColor(QWidget* widget, const QColor& color)
-{
-    QPalette palette = widget->palette();
-    palette.setColor(QPalette::WindowText, color);
-    widget->setPalette(palette);
-}
-
 } // namespace
 
 CleanBuildPanel::CleanBuildPanel(BuildStore& store, QWidget* parent)
@@ -122,7 +113,7 @@ CleanBuildPanel::CleanBuildPanel(BuildStore& store, QWidget* parent)
 
     auto* title = new QLabel(QStringLiteral("CLEAN BUILD"), this);
     title->setFont(theme::monospaced(18, QFont::Bold, 1.0));
-    setTextColor(title, theme::primaryText());
+    theme::setForeground(*title, theme::primaryText());
     layout->addWidget(title, 0, Qt::AlignHCenter);
 
     m_message = new QLabel(this);
@@ -130,7 +121,7 @@ CleanBuildPanel::CleanBuildPanel(BuildStore& store, QWidget* parent)
     m_message->setWordWrap(true);
     m_message->setAlignment(Qt::AlignHCenter | Qt::AlignTop);
     m_message->setMaximumWidth(360);
-    setTextColor(m_message, theme::secondaryText());
+    theme::setForeground(*m_message, theme::secondaryText());
     layout->addWidget(m_message, 0, Qt::AlignHCenter);
 
     m_fixedBox = new FixedBox(this);
@@ -142,7 +133,7 @@ CleanBuildPanel::CleanBuildPanel(BuildStore& store, QWidget* parent)
     countRow->addWidget(symbolLabel(QStringLiteral("checkmark.circle.fill"), theme::green(), 13, m_fixedBox));
     m_fixedCount = new OneLineLabel(m_fixedBox);
     m_fixedCount->setFont(theme::monospaced(11, QFont::Bold));
-    setTextColor(m_fixedCount, theme::green());
+    theme::setForeground(*m_fixedCount, theme::green());
     countRow->addWidget(m_fixedCount, 1);
     boxLayout->addLayout(countRow);
     for (int i = 0; i < listedFixedLimit; ++i) {
@@ -153,7 +144,7 @@ CleanBuildPanel::CleanBuildPanel(BuildStore& store, QWidget* parent)
         rowLayout->addWidget(symbolLabel(QStringLiteral("checkmark"), theme::green(), 10, row));
         auto* message = new OneLineLabel(row);
         message->setFont(theme::font(11));
-        setTextColor(message, theme::secondaryText());
+        theme::setForeground(*message, theme::secondaryText());
         rowLayout->addWidget(message, 1);
         boxLayout->addWidget(row);
         m_fixedRows.append(row);

@@ -20,19 +20,11 @@ namespace corvane {
 
 namespace {
 
-void setTextColor(QWidget* widget, const QColor& color)
-{
-    QPalette palette = widget->palette();
-    palette.setColor(QPalette::WindowText, color);
-    palette.setColor(QPalette::Text, color);
-    widget->setPalette(palette);
-}
-
 QLabel* caption(const QString& text, QWidget* parent)
 {
     auto* label = new QLabel(text, parent);
     label->setFont(theme::monospaced(10, QFont::Bold, 0.8));
-    setTextColor(label, theme::secondaryText());
+    theme::setForeground(*label, theme::secondaryText());
     return label;
 }
 
@@ -45,7 +37,7 @@ public:
     {
         setFont(theme::monospaced(9, QFont::Bold));
         setContentsMargins(7, 3, 7, 3);
-        setTextColor(this, color);
+        theme::setForeground(*this, color);
     }
 
 protected:
@@ -53,11 +45,8 @@ protected:
     {
         {
             QPainter painter(this);
-            painter.setRenderHint(QPainter::Antialiasing);
-            painter.setPen(Qt::NoPen);
-            painter.setBrush(theme::withOpacity(m_color, 0.1));
-            const qreal radius = height() / 2.0;
-            painter.drawRoundedRect(QRectF(rect()), radius, radius);
+            theme::paintRoundedPanel(painter, QRectF(rect()), height() / 2.0, theme::withOpacity(m_color, 0.1),
+                                     Qt::transparent);
         }
         QLabel::paintEvent(event);
     }
@@ -81,10 +70,7 @@ protected:
     void paintEvent(QPaintEvent*) override
     {
         QPainter painter(this);
-        painter.setRenderHint(QPainter::Antialiasing);
-        painter.setPen(QPen(m_outline, 1));
-        painter.setBrush(m_fill);
-        painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), m_radius, m_radius);
+        theme::paintRoundedPanel(painter, QRectF(rect()), m_radius, m_fill, m_outline);
     }
 
 private:
@@ -199,13 +185,13 @@ DiagnosticDetailView::DiagnosticDetailView(BuildStore& store, DesktopPlatform& p
     m_title = new QLabel(content);
     m_title->setFont(theme::font(27, QFont::DemiBold, theme::FontDesign::rounded));
     m_title->setWordWrap(true);
-    setTextColor(m_title, theme::primaryText());
+    theme::setForeground(*m_title, theme::primaryText());
     header->addWidget(m_title);
     m_location = new QLabel(content);
     m_location->setFont(theme::monospaced(12));
     m_location->setWordWrap(true);
     m_location->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    setTextColor(m_location, theme::secondaryText());
+    theme::setForeground(*m_location, theme::secondaryText());
     header->addWidget(m_location);
     contentLayout->addLayout(header);
 
@@ -291,7 +277,7 @@ void DiagnosticDetailView::setDiagnostic(const BuildDiagnostic& diagnostic)
         const theme::SeverityStyle style = theme::severityStyle(diagnostic.severity);
         m_severitySymbol->setPixmap(theme::symbolPixmap(style.symbol, style.color, 16, devicePixelRatioF()));
         m_severityWord->setText(rawValue(diagnostic.severity).toUpper());
-        setTextColor(m_severityWord, style.color);
+        theme::setForeground(*m_severityWord, style.color);
         m_title->setText(diagnostic.diagnosticFileName());
         m_location->setText(diagnostic.locationLabel());
         m_message->setPlainText(diagnostic.message);

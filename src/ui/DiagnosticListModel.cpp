@@ -54,8 +54,10 @@ bool DiagnosticListModel::rebuild(const BuildStore& store)
     }
 
     // Partition by file name, keeping each file's diagnostics in the store's
-    // order; the groups themselves go by a locale-aware, case-insensitive
-    // comparison of their names.
+    // order; the groups themselves go by a locale-aware comparison of their
+    // names that ignores letter case. (Collator sort keys would be quicker but
+    // keep letter case apart in the C locale; there are far fewer files than
+    // diagnostics.)
     struct Group {
         QString fileName;
         QList<qsizetype> members;

@@ -216,10 +216,8 @@ void DiagnosticRowDelegate::paintDiagnostic(QPainter* painter, const QStyleOptio
 void DiagnosticRowDelegate::paintBadge(QPainter* painter, const QRect& rect, const QString& badge,
                                        const QColor& color) const
 {
-    const qreal radius = rect.height() / 2.0;
-    painter->setPen(QPen(theme::withOpacity(color, 0.2), 1));
-    painter->setBrush(theme::withOpacity(color, 0.1));
-    painter->drawRoundedRect(QRectF(rect).adjusted(0.5, 0.5, -0.5, -0.5), radius, radius);
+    theme::paintRoundedPanel(*painter, QRectF(rect), rect.height() / 2.0, theme::withOpacity(color, 0.1),
+                             theme::withOpacity(color, 0.2));
     painter->setFont(m_badgeFont);
     painter->setPen(color);
     painter->drawText(rect, Qt::AlignCenter, badge);
