@@ -16,7 +16,13 @@ QCollator nameCollator()
 {
     // Case-insensitive here means ICU's secondary strength: accents still
     // tell names apart, letter case does not.
-    QCollator collator{QLocale()};
+    // Qt's C locale compares sort keys byte by byte, ignoring the case
+    // setting; a process started without a language (LANG=C, as in many
+    // service and test environments) gets the Unicode root order instead.
+    QLocale locale;
+    if (locale.language() == QLocale::C)
+        locale = QLocale(QLocale::English, QLocale::UnitedStates);
+    QCollator collator{locale};
     collator.setCaseSensitivity(Qt::CaseInsensitive);
     collator.setNumericMode(false);
     collator.setIgnorePunctuation(false);
@@ -51,8 +57,8 @@ FileNameRanking::FileNameRanking(const QStringList& names)
     QStringList distinct;
     distinct.reserve(names.size());
     for (const QString& name : names) {
-        if (!m_ranks.contains(name)) {
-            m_ranks.insert(name, -1);
+        if (!m_places.contains(name)) {
+            m_places.insert(name, Place{-1, int(distinct.size())});
             distinct.append(name);
         }
     }
@@ -64,7 +70,7 @@ FileNameRanking::FileNameRanking(const QStringList& names)
         if (!previous || previous->compare(key) != 0)
             ++rank;
         previous = &key;
-        m_ranks[distinct[index]] = rank;
+        m_places[distinct[index]].rank = rank;
     }
 }
 

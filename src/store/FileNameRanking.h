@@ -15,8 +15,13 @@ class FileNameRanking {
 public:
     explicit FileNameRanking(const QStringList& names);
 
-    // The rank of a name that was handed to the constructor; -1 otherwise.
-    int rank(const QString& name) const { return m_ranks.value(name, -1); }
+    struct Place {
+        int rank = -1;
+        // Equal exactly when the names are the same string.
+        int identity = -1;
+    };
+    // Where a name that was handed to the constructor stands; -1s otherwise.
+    Place place(const QString& name) const { return m_places.value(name); }
 
     // Locale-aware, case-insensitive, diacritics counting: the order in which
     // file and project names are shown. Negative, zero or positive.
@@ -25,7 +30,7 @@ public:
     static QStringList sorted(const QStringList& names);
 
 private:
-    QHash<QString, int> m_ranks;
+    QHash<QString, Place> m_places;
 };
 
 } // namespace corvane
