@@ -7,6 +7,9 @@
 #include <QStyledItemDelegate>
 #include <QUuid>
 
+#include <optional>
+#include <vector>
+
 namespace corvane {
 
 // Paints the rows of DiagnosticListModel: section headers, diagnostic rows
@@ -30,6 +33,8 @@ private:
     // layout pass over ten thousand rows, and a diagnostic's message never
     // changes, so it is measured once per diagnostic.
     int messageAdvance(const QUuid& id, const QString& message) const;
+    // Sum of the letters' widths for ASCII text; nothing for other text.
+    std::optional<qreal> asciiAdvance(const QString& text) const;
     const QPixmap& symbol(const QString& name, const QColor& color, qreal devicePixelRatio) const;
 
     void paintHeader(QPainter* painter, const QRect& rect, const QModelIndex& index) const;
@@ -46,6 +51,7 @@ private:
     QFontMetrics m_locationMetrics;
     QFontMetrics m_badgeMetrics;
     mutable QHash<QUuid, int> m_advances;
+    mutable std::vector<qreal> m_asciiAdvances;
     mutable QHash<QString, QPixmap> m_symbols;
 };
 
