@@ -6,6 +6,7 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QTextLayout>
+#include <QTransform>
 
 #include <cmath>
 #include <limits>
@@ -61,7 +62,12 @@ void DiagnosticRowDelegate::setAvailableWidth(int width)
 
 int DiagnosticRowDelegate::badgeWidth(const QString& badge) const
 {
-    return m_badgeMetrics.horizontalAdvance(badge) + 2 * badgePaddingX;
+    // Only two badges exist; measuring them once keeps shaping out of the
+    // layout pass.
+    auto it = m_badgeWidths.constFind(badge);
+    if (it == m_badgeWidths.cend())
+        it = m_badgeWidths.insert(badge, m_badgeMetrics.horizontalAdvance(badge) + 2 * badgePaddingX);
+    return *it;
 }
 
 int DiagnosticRowDelegate::messageWidth(int rowWidth, const QString& badge) const
@@ -201,34 +207,14 @@ void DiagnosticRowDelegate::paintDiagnostic(QPainter* painter, const QStyleOptio
                               top + (lineHeight - symbolSize) / 2, symbolSize, symbolSize),
                         icon);
 
+    const int locationWidth = rect.right() - sideInset - textLeft;
+    const RowText& text = rowText(*d, textWidth, twoLines, locationWidth);
     painter->setFont(m_messageFont);
     painter->setPen(theme::primaryText());
-    int usedWidth = 0;
-    if (!twoLines) {
-        // The width estimate keeps a margin, so the text fits; the rectangle
-        // clips it should it not.
-        painter->drawText(QRect(textLeft, top, textWidth, lineHeight), Qt::AlignLeft | Qt::AlignVCenter, d->message);
-        if (!badge.isEmpty())
-            usedWidth = qMin(m_messageMetrics.horizontalAdvance(d->message), textWidth);
-    } else {
-        QString text = d->message;
-        text.replace(u'\n', QChar::LineSeparator);
-        QTextLayout layout(text, m_messageFont, painter->device());
-        QTextOption textOption;
-        textOption.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-        layout.setTextOption(textOption);
-        layout.beginLayout();
-        QTextLine first = layout.createLine();
-        first.setLineWidth(textWidth);
-        first.setPosition(QPointF(0, 0));
-        layout.endLayout();
-        layout.draw(painter, QPointF(textLeft, top));
-        // The second line takes the rest, elided if it still does not fit.
-        const QString rest = text.mid(first.textStart() + first.textLength()).trimmed();
-        painter->drawText(QRect(textLeft, top + lineHeight, textWidth, lineHeight), Qt::AlignLeft | Qt::AlignVCenter,
-                          m_messageMetrics.elidedText(rest, Qt::ElideRight, textWidth));
-        usedWidth = textWidth;
-    }
+    painter->drawStaticText(QPointF(textLeft, top), text.first);
+    if (twoLines)
+        painter->drawStaticText(QPointF(textLeft, top + lineHeight), text.second);
+    const int usedWidth = twoLines ? textWidth : qMin(text.firstWidth, textWidth);
 
     if (!badge.isEmpty()) {
         const QColor color = model.kindAt(row) == RowKind::fixedDiagnostic ? theme::green() : theme::cyan();
@@ -240,10 +226,54 @@ void DiagnosticRowDelegate::paintDiagnostic(QPainter* painter, const QStyleOptio
 
     painter->setFont(m_locationFont);
     painter->setPen(theme::secondaryText());
-    const QRect location(textLeft, top + messageBlock + lineSpacing, rect.right() - sideInset - textLeft,
-                         m_locationMetrics.height());
-    painter->drawText(location, Qt::AlignLeft | Qt::AlignVCenter,
-                      m_locationMetrics.elidedText(d->locationLabel(), Qt::ElideMiddle, location.width()));
+    painter->drawStaticText(QPointF(textLeft, top + messageBlock + lineSpacing), text.location);
+}
+
+const DiagnosticRowDelegate::RowText& DiagnosticRowDelegate::rowText(const BuildDiagnostic& d, int textWidth,
+                                                                    bool twoLines, int locationWidth) const
+{
+    // Repaints (a selection moving, a scroll of a few rows) draw the same rows
+    // again; keeping their laid-out text skips shaping it each time.
+    if (RowText* cached = m_rowTexts.object(d.id)) {
+        if (cached->textWidth == textWidth && cached->twoLines == twoLines && cached->locationWidth == locationWidth)
+            return *cached;
+    }
+    auto* text = new RowText;
+    text->textWidth = textWidth;
+    text->twoLines = twoLines;
+    text->locationWidth = locationWidth;
+    const auto prepared = [](const QString& line, const QFont& font) {
+        QStaticText result(line);
+        result.setTextFormat(Qt::PlainText);
+        result.prepare(QTransform(), font);
+        return result;
+    };
+    if (!twoLines) {
+        text->first = prepared(d.message, m_messageFont);
+        text->firstWidth = int(std::ceil(text->first.size().width()));
+    } else {
+        QString message = d.message;
+        message.replace(u'\n', QChar::LineSeparator);
+        QTextLayout layout(message, m_messageFont);
+        QTextOption textOption;
+        textOption.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+        layout.setTextOption(textOption);
+        layout.beginLayout();
+        QTextLine first = layout.createLine();
+        first.setLineWidth(textWidth);
+        layout.endLayout();
+        const qsizetype breakAt = first.textStart() + first.textLength();
+        text->first = prepared(message.left(breakAt).trimmed(), m_messageFont);
+        text->firstWidth = textWidth;
+        // The second line takes the rest, cut short if it still does not fit.
+        text->second = prepared(
+            m_messageMetrics.elidedText(message.mid(breakAt).trimmed(), Qt::ElideRight, textWidth), m_messageFont);
+    }
+    text->location = prepared(m_locationMetrics.elidedText(d.locationLabel(), Qt::ElideMiddle, locationWidth),
+                              m_locationFont);
+    const RowText& result = *text;
+    m_rowTexts.insert(d.id, text);
+    return result;
 }
 
 void DiagnosticRowDelegate::paintBadge(QPainter* painter, const QRect& rect, const QString& badge,
