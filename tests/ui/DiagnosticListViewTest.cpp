@@ -5,6 +5,7 @@
 
 #include <QAbstractItemModelTester>
 #include <QListView>
+#include <QStackedWidget>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -291,6 +292,36 @@ TEST(DiagnosticListView, ArrowKeysStepOverSectionHeaders)
     EXPECT_EQ(selectedMessage(*f.store), QStringLiteral("gone warning"));
     settle();
     EXPECT_EQ(highlightedMessage(view), QStringLiteral("gone warning"));
+}
+
+TEST(DiagnosticListView, AHiddenPageCatchesUpWhenShown)
+{
+    StoreFixture f;
+    f.captureBuild({QStringLiteral("/src/Kept.swift:1:1: error: kept error")});
+    QStackedWidget pages;
+    auto* other = new QWidget(&pages);
+    auto* view = new DiagnosticListView(*f.store, &pages);
+    pages.addWidget(view);
+    pages.addWidget(other);
+    pages.setCurrentWidget(other);
+    pages.show();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&pages));
+
+    f.captureBuild({
+        QStringLiteral("/src/Kept.swift:1:1: error: kept error"),
+        QStringLiteral("/src/Fresh.swift:5:1: warning: fresh warning"),
+    });
+    f.store->setSelectedDiagnosticID(f.store->visibleDiagnostics().last().id);
+    settle();
+    pages.setCurrentWidget(view);
+    settle();
+    EXPECT_EQ(shownRows(*view), (QStringList{
+                                    QStringLiteral("== FRESH.SWIFT"),
+                                    QStringLiteral("fresh warning [NEW]"),
+                                    QStringLiteral("== KEPT.SWIFT"),
+                                    QStringLiteral("kept error"),
+                                }));
+    EXPECT_EQ(highlightedMessage(*view), QStringLiteral("fresh warning"));
 }
 
 TEST(CleanBuildPanel, ShowsTheStoreMessageAndWhatWasFixed)
