@@ -6,6 +6,8 @@
 #include "BenchCommand.h"
 #include "BuildStore.h"
 #include "ContentView.h"
+#include "DiagnosticDetailView.h"
+#include "DiagnosticListView.h"
 #include "DesktopPlatform.h"
 #include "Theme.h"
 
@@ -16,12 +18,14 @@
 #include <QPixmap>
 #include <QRandomGenerator>
 #include <QSettings>
+#include <QSplitter>
 #include <QTemporaryDir>
 
 #include <algorithm>
 #include <ctime>
 #include <cstdio>
 #include <memory>
+#include <utility>
 #include <vector>
 
 namespace corvane::bench {
@@ -145,6 +149,30 @@ void typeCharacter(QWidget& field, QChar c)
     QApplication::sendEvent(&field, &release);
 }
 
+// The list beside the detail view, wired as the window wires them: the
+// detail view shows the store's selected diagnostic after every change.
+std::unique_ptr<QWidget> listAndDetail(BuildStore& store, DesktopPlatform& platform)
+{
+    auto splitter = std::make_unique<QSplitter>();
+    new DiagnosticListView(store, splitter.get());
+    auto* detail = new DiagnosticDetailView(store, platform, theme::cardColor(), theme::edge(), splitter.get());
+    splitter->setSizes({470, 970});
+    auto pending = std::make_shared<bool>(false);
+    QObject::connect(&store, &BuildStore::aboutToChange, detail, [&store, detail, pending] {
+        if (std::exchange(*pending, true))
+            return;
+        QMetaObject::invokeMethod(
+            detail,
+            [&store, detail, pending] {
+                *pending = false;
+                if (const std::optional<BuildDiagnostic> selected = store.selectedDiagnostic())
+                    detail->setDiagnostic(*selected);
+            },
+            Qt::QueuedConnection);
+    });
+    return splitter;
+}
+
 int runUiBench(const std::vector<std::string>& arguments)
 {
     if (!qobject_cast<QApplication*>(QCoreApplication::instance())) {
@@ -153,8 +181,11 @@ int runUiBench(const std::vector<std::string>& arguments)
     }
     const int count = arguments.empty() ? 10000 : std::stoi(arguments[0]);
     // A second argument runs one kind of update only, for profiling.
-    const std::string only = arguments.size() > 1 ? arguments[1] : std::string();
+    const std::string only = arguments.size() > 1 && arguments[1] != "all" ? arguments[1] : std::string();
     const auto runs = [&only](const char* kind, int n) { return only.empty() || only == kind ? n : 0; };
+    // A third, "views", measures the diagnostic list and the detail view
+    // alone, without the rest of the window.
+    const bool viewsOnly = arguments.size() > 2 && arguments[2] == "views";
 
     // The store saves its history; keep that away from the user's files.
     QTemporaryDir dir;
@@ -167,7 +198,12 @@ int runUiBench(const std::vector<std::string>& arguments)
     theme::applyTheme(*qApp);
     QuietPlatform platform;
     BuildStore store(&platform);
-    ContentView window(store, platform);
+    std::unique_ptr<QWidget> shown;
+    if (viewsOnly)
+        shown = listAndDetail(store, platform);
+    else
+        shown = std::make_unique<ContentView>(store, platform);
+    QWidget& window = *shown;
     window.resize(1440, 900);
     window.show();
     showResult(window);
@@ -214,11 +250,12 @@ int runUiBench(const std::vector<std::string>& arguments)
         if (field->placeholderText() == QStringLiteral("FILTER DIAGNOSTICS"))
             search = field;
     }
-    if (!search) {
+    if (!search && !viewsOnly) {
         std::fprintf(stderr, "no search field found\n");
         return 1;
     }
-    search->setFocus();
+    if (search)
+        search->setFocus();
     Figures typing{"type into the search field", {}, {}, {}};
     QStringList words{QStringLiteral("never used"), QStringLiteral("feature12"), QStringLiteral("settingsstore"),
                       QStringLiteral("item77")};
@@ -226,12 +263,18 @@ int runUiBench(const std::vector<std::string>& arguments)
         words.clear();
     for (const QString& word : std::as_const(words)) {
         for (const QChar c : word)
-            timed(typing, window, [&] { typeCharacter(*search, c); });
+            timed(typing, window, [&] {
+                if (search)
+                    typeCharacter(*search, c);
+                else
+                    store.setSearchText(store.searchText() + c);
+            });
         if (store.searchText() != word) {
             std::fprintf(stderr, "the search field does not reach the store\n");
             return 1;
         }
-        search->clear();
+        if (search)
+            search->clear();
         store.setSearchText(QString());
         showResult(window);
     }
@@ -255,7 +298,7 @@ int runUiBench(const std::vector<std::string>& arguments)
     return 0;
 }
 
-RegisterBenchCommand reg("ui", "[DIAGNOSTICS [select|filter|type]]  (default 10000, all three; offscreen unless QT_QPA_PLATFORM is set)",
+RegisterBenchCommand reg("ui", "[DIAGNOSTICS [all|select|filter|type [window|views]]]  (default 10000 all window; offscreen unless QT_QPA_PLATFORM is set)",
                          runUiBench);
 
 } // namespace

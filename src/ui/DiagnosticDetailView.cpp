@@ -4,6 +4,7 @@
 #include "UserCommands.h"
 
 #include <QAbstractTextDocumentLayout>
+#include <qdrawutil.h>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPainter>
@@ -67,16 +68,36 @@ public:
     }
 
 protected:
+    // The cards span the column, and antialiasing a large rounded outline
+    // is a good part of a repaint. The shape is drawn once, small, and its
+    // edges and middle are stretched to the card's size: they are plain
+    // colour, so stretching them changes nothing.
     void paintEvent(QPaintEvent*) override
     {
+        const qreal ratio = devicePixelRatioF();
+        const int corner = int(std::ceil(m_radius)) + 1;
+        const int side = 2 * corner + 1;
+        if (m_slices.isNull() || !qFuzzyCompare(m_slices.devicePixelRatio(), ratio)) {
+            m_slices = QPixmap(QSize(side, side) * ratio);
+            m_slices.setDevicePixelRatio(ratio);
+            m_slices.fill(Qt::transparent);
+            QPainter painter(&m_slices);
+            theme::paintRoundedPanel(painter, QRectF(0, 0, side, side), m_radius, m_fill, m_outline);
+        }
         QPainter painter(this);
-        theme::paintRoundedPanel(painter, QRectF(rect()), m_radius, m_fill, m_outline);
+        if (width() < side || height() < side) {
+            theme::paintRoundedPanel(painter, QRectF(rect()), m_radius, m_fill, m_outline);
+            return;
+        }
+        const QMargins margins(corner, corner, corner, corner);
+        qDrawBorderPixmap(&painter, rect(), margins, m_slices);
     }
 
 private:
     QColor m_fill;
     QColor m_outline;
     qreal m_radius;
+    QPixmap m_slices;
 };
 
 // The action bar's shade with a hairline along its top edge.
