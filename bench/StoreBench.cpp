@@ -1,13 +1,16 @@
 // corvane-bench store: the store's two hot paths on a 10,000-diagnostic build.
 #include "BenchCommand.h"
+#include "BuildHistoryPersistence.h"
 #include "BuildStore.h"
 
 #include <QElapsedTimer>
+#include <QFile>
 #include <QSettings>
 #include <QString>
 #include <QTemporaryDir>
 
 #include <algorithm>
+#include <memory>
 #include <cstdio>
 #include <vector>
 
@@ -88,32 +91,73 @@ int runStoreBench(const std::vector<std::string>& arguments)
     qputenv("XDG_CONFIG_HOME", (folder.path() + QStringLiteral("/config")).toUtf8());
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, folder.path() + QStringLiteral("/config"));
 
-    BuildStore store;
-    // A full history: other projects' builds and the previous build of App.
-    const QByteArray small = buildLog(otherSize, 0);
-    for (int i = 0; i < historyLimit - 1; ++i)
-        store.captureBuild(small, logPath(home, QStringLiteral("Other%1").arg(i), i));
-    store.captureBuild(buildLog(count, 0), logPath(home, QStringLiteral("App"), 100));
-
-    const QByteArray next = buildLog(count, 1);
+    const DiagnosticParser parser;
+    const auto parse = [&](const QByteArray& text) {
+        return parser.parse(std::string_view(text.constData(), size_t(text.size())));
+    };
     const QByteArray previous = buildLog(count, 0);
-    std::printf("log: %d diagnostics, %.1f MB; history: %lld sessions (%d diagnostics in the other projects' builds)\n",
-                count, double(next.size()) / 1e6, qlonglong(store.sessions().size()), otherSize);
+    const QByteArray next = buildLog(count, 1);
 
-    // Alternate two texts, so every capture compares against a real rebuild.
-    const std::vector<double> capture = timeRuns(qEnvironmentVariableIntValue("CORVANE_BENCH_CAPTURES") > 0 ? qEnvironmentVariableIntValue("CORVANE_BENCH_CAPTURES") : 7, [&](int i) {
-        store.captureBuild(i % 2 == 0 ? next : previous, logPath(home, QStringLiteral("App"), 200 + i));
-    });
+    // A full history on disk: the previous build of App, then 39 builds of
+    // other projects.
+    QList<BuildSession> history;
+    const auto session = [&](const QString& project, QList<BuildDiagnostic> diagnostics, int index) {
+        BuildSession s;
+        s.id = QUuid::createUuid();
+        s.startedAt = AbsoluteTime::now();
+        s.diagnostics = std::move(diagnostics);
+        s.projectName = project;
+        s.sourceName = project + QStringLiteral(" \u2014 %1 diagnostics").arg(s.diagnostics.size());
+        s.activityLogPath = logPath(home, project, index);
+        return s;
+    };
+    history.append(session(QStringLiteral("App"), parse(previous), 0));
+    const QList<BuildDiagnostic> small = parse(buildLog(otherSize, 0));
+    for (int i = 1; i < historyLimit; ++i)
+        history.append(session(QStringLiteral("Other%1").arg(i), small, i));
+    const BuildHistoryPersistence persistence;
+    if (!persistence.save(history)) {
+        std::fprintf(stderr, "could not write the history\n");
+        return 1;
+    }
+    const QString historyFile = folder.path() + QStringLiteral("/data/Corvane/") + BuildHistoryPersistence::fileName;
+    QFile file(historyFile);
+    file.open(QIODevice::ReadOnly);
+    const QByteArray historyBytes = file.readAll();
+    file.close();
+    std::printf("log: %d diagnostics, %.1f MB; history: 40 sessions, the previous build with %d diagnostics and "
+                "39 others with %d each (file %.1f MB)\n",
+                count, double(next.size()) / 1e6, count, otherSize, double(historyBytes.size()) / 1e6);
+
+    // Each run starts a store on the same history and captures the next build.
+    std::unique_ptr<BuildStore> owner;
+    std::vector<double> captures;
+    for (int run = 0; run < 5; ++run) {
+        QFile restore(historyFile);
+        restore.open(QIODevice::WriteOnly | QIODevice::Truncate);
+        restore.write(historyBytes);
+        restore.close();
+        owner = std::make_unique<BuildStore>();
+        QElapsedTimer timer;
+        timer.start();
+        owner->captureBuild(next, logPath(home, QStringLiteral("App"), 100 + run));
+        captures.push_back(double(timer.nsecsElapsed()) / 1e6);
+    }
+    BuildStore& store = *owner;
     const BuildSession active = *store.activeSession();
     std::printf("captureBuild: median %.1f ms, max %.1f ms (%lld diagnostics, %lld new, %lld fixed)\n",
-                median(capture), *std::max_element(capture.begin(), capture.end()),
+                median(captures), *std::max_element(captures.begin(), captures.end()),
                 qlonglong(active.diagnostics.size()), qlonglong(active.comparison.newDiagnosticIDs.size()),
                 qlonglong(active.comparison.fixedDiagnostics.size()));
 
-    DiagnosticParser parser;
-    const std::vector<double> parse =
-        timeRuns(5, [&](int) { (void)parser.parse(std::string_view(next.constData(), size_t(next.size()))); });
-    std::printf("  of which parse: median %.1f ms\n", median(parse));
+    const std::vector<double> parseTimes = timeRuns(5, [&](int) { (void)parse(next); });
+    const QList<BuildDiagnostic> parsed = parse(next);
+    const QList<BuildDiagnostic> parsedBefore = parse(previous);
+    const std::vector<double> compare =
+        timeRuns(5, [&](int) { (void)BuildStore::compareDiagnostics(parsed, parsedBefore); });
+    const std::vector<double> save = timeRuns(5, [&](int) { (void)persistence.save(store.sessions()); });
+    std::printf("  of which parse: median %.1f ms; compare: median %.1f ms; save: median %.1f ms\n",
+                median(parseTimes), median(compare), median(save));
 
     store.setSeverityFilter({DiagnosticSeverity::error, DiagnosticSeverity::warning, DiagnosticSeverity::note});
     for (int i = 0; i < active.diagnostics.size(); i += 50)

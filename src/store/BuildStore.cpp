@@ -18,6 +18,7 @@
 #include <limits>
 #include <vector>
 #include <string_view>
+#include <unordered_set>
 
 namespace corvane {
 
@@ -213,7 +214,7 @@ struct BuildStore::Private {
             if (!store.showBuildNoise && diagnostic.isBuildNoise())
                 return false;
             return !search || search->indexIn(diagnostic.message) >= 0
-                || search->indexIn(diagnostic.diagnosticFileName()) >= 0;
+                || search->indexIn(FileNameRanking::fileName(diagnostic.filePath)) >= 0;
         }
     };
     Visibility visibility() const
@@ -433,26 +434,45 @@ BuildComparison BuildStore::compareDiagnostics(const QList<BuildDiagnostic>& cur
 {
     if (!previous)
         return BuildComparison::empty();
-    const QList<BuildDiagnostic> keptCurrent = withoutNoise(current);
-    const QList<BuildDiagnostic> keptPrevious = withoutNoise(*previous);
 
-    QSet<DiagnosticSignature> previousSignatures;
-    previousSignatures.reserve(keptPrevious.size());
-    for (const BuildDiagnostic& diagnostic : keptPrevious)
-        previousSignatures.insert(diagnostic.signature());
-    QSet<DiagnosticSignature> currentSignatures;
-    currentSignatures.reserve(keptCurrent.size());
-    for (const BuildDiagnostic& diagnostic : keptCurrent)
-        currentSignatures.insert(diagnostic.signature());
+    // Sets of the diagnostics themselves, hashed and compared by signature,
+    // so no signature is copied and each is hashed once per lookup.
+    struct BySignature {
+        size_t operator()(const BuildDiagnostic* d) const
+        {
+            size_t seed = ::qHash(int(d->severity));
+            seed = qHashOptional(d->filePath, seed);
+            seed = qHashOptional(d->line, seed);
+            seed = qHashOptional(d->column, seed);
+            return ::qHash(d->message, seed);
+        }
+        bool operator()(const BuildDiagnostic* a, const BuildDiagnostic* b) const
+        {
+            return a->severity == b->severity && a->line == b->line && a->column == b->column
+                && a->message == b->message && a->filePath == b->filePath;
+        }
+    };
+    using SignatureSet = std::unordered_set<const BuildDiagnostic*, BySignature, BySignature>;
+    const auto meaningful = [](const QList<BuildDiagnostic>& list) {
+        SignatureSet set;
+        set.reserve(size_t(list.size()));
+        for (const BuildDiagnostic& diagnostic : list) {
+            if (!diagnostic.isBuildNoise())
+                set.insert(&diagnostic);
+        }
+        return set;
+    };
+    const SignatureSet previousSignatures = meaningful(*previous);
+    const SignatureSet currentSignatures = meaningful(current);
 
     BuildComparison comparison;
     comparison.hasBaseline = true;
-    for (const BuildDiagnostic& diagnostic : keptCurrent) {
-        if (!previousSignatures.contains(diagnostic.signature()))
+    for (const BuildDiagnostic& diagnostic : current) {
+        if (!previousSignatures.contains(&diagnostic) && !diagnostic.isBuildNoise())
             comparison.newDiagnosticIDs.insert(diagnostic.id);
     }
-    for (const BuildDiagnostic& diagnostic : keptPrevious) {
-        if (!currentSignatures.contains(diagnostic.signature()))
+    for (const BuildDiagnostic& diagnostic : *previous) {
+        if (!currentSignatures.contains(&diagnostic) && !diagnostic.isBuildNoise())
             comparison.fixedDiagnostics.append(diagnostic);
     }
     return comparison;
@@ -561,11 +581,11 @@ QList<BuildDiagnostic> BuildStore::visibleDiagnostics() const
     const Private::Visibility visibility = d->visibility();
     const QString& project = session->projectName;
     QList<const BuildDiagnostic*> shown;
-    QStringList fileNames;
+    QList<QStringView> fileNames;
     for (const BuildDiagnostic& diagnostic : session->diagnostics) {
         if (visibility.passes(diagnostic, project)) {
             shown.append(&diagnostic);
-            fileNames.append(diagnostic.diagnosticFileName());
+            fileNames.append(FileNameRanking::fileName(diagnostic.filePath));
         }
     }
     const FileNameRanking ranking(fileNames);

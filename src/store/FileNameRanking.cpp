@@ -52,16 +52,28 @@ CollatedNames collate(const QStringList& names)
 
 } // namespace
 
-FileNameRanking::FileNameRanking(const QStringList& names)
+QStringView FileNameRanking::fileName(const std::optional<QString>& filePath)
 {
-    QStringList distinct;
-    distinct.reserve(names.size());
-    for (const QString& name : names) {
+    static const QString noFile = QStringLiteral("Build");
+    if (!filePath)
+        return noFile;
+    const qsizetype slash = filePath->lastIndexOf(u'/');
+    return QStringView(*filePath).mid(slash + 1);
+}
+
+FileNameRanking::FileNameRanking(const QList<QStringView>& names)
+{
+    QList<QStringView> distinctViews;
+    for (const QStringView name : names) {
         if (!m_places.contains(name)) {
-            m_places.insert(name, Place{-1, int(distinct.size())});
-            distinct.append(name);
+            m_places.insert(name, Place{-1, int(distinctViews.size())});
+            distinctViews.append(name);
         }
     }
+    QStringList distinct;
+    distinct.reserve(distinctViews.size());
+    for (const QStringView name : distinctViews)
+        distinct.append(name.toString());
     const CollatedNames collated = collate(distinct);
     int rank = -1;
     const QCollatorSortKey* previous = nullptr;
@@ -70,7 +82,7 @@ FileNameRanking::FileNameRanking(const QStringList& names)
         if (!previous || previous->compare(key) != 0)
             ++rank;
         previous = &key;
-        m_places[distinct[index]].rank = rank;
+        m_places[distinctViews[index]].rank = rank;
     }
 }
 

@@ -3,7 +3,10 @@
 #include <QHash>
 #include <QList>
 #include <QString>
+
+#include <optional>
 #include <QStringList>
+#include <QStringView>
 
 namespace corvane {
 
@@ -13,7 +16,12 @@ namespace corvane {
 // letter case is ignored share a rank.
 class FileNameRanking {
 public:
-    explicit FileNameRanking(const QStringList& names);
+    // The views must outlive the ranking.
+    explicit FileNameRanking(const QList<QStringView>& names);
+
+    // The last component of a file path, or "Build" without a path: the name
+    // that search and sort use, without a copy.
+    static QStringView fileName(const std::optional<QString>& filePath);
 
     struct Place {
         int rank = -1;
@@ -21,7 +29,7 @@ public:
         int identity = -1;
     };
     // Where a name that was handed to the constructor stands; -1s otherwise.
-    Place place(const QString& name) const { return m_places.value(name); }
+    Place place(QStringView name) const { return m_places.value(name); }
 
     // Locale-aware, case-insensitive, diacritics counting: the order in which
     // file and project names are shown. Negative, zero or positive.
@@ -30,7 +38,7 @@ public:
     static QStringList sorted(const QStringList& names);
 
 private:
-    QHash<QString, Place> m_places;
+    QHash<QStringView, Place> m_places;
 };
 
 } // namespace corvane

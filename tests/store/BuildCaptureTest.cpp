@@ -29,6 +29,8 @@ protected:
 TEST_F(BuildCapture, TypicalBuildFromDetectionToSavedSession)
 {
     const QString path = activityLogPath(QStringLiteral("ExampleApp"));
+    EXPECT_FALSE(store.activeSession());
+    EXPECT_EQ(store.activeComparison(), BuildComparison::empty());
     store.applyWatcherState(State::watching());
     EXPECT_EQ(store.statusText(), QStringLiteral("WATCHING XCODE"));
     store.applyWatcherState(State::buildDetected(QStringLiteral("ExampleApp")));
@@ -240,6 +242,13 @@ TEST_F(BuildCapture, ManualCapturesAreStandAloneAndHiddenByAnyFocus)
     EXPECT_EQ(savedHistory().size(), 4);
     EXPECT_FALSE(store.activeSessionID());
     EXPECT_FALSE(store.selectedDiagnosticID());
+
+    // Not even a focus on "Manual" itself lets them through.
+    store.setFocusedProject(QStringLiteral("Manual"));
+    const auto shownManual = store.activeSessionID();
+    store.captureManualLog(QStringLiteral("error: also hidden"), QStringLiteral("third.log"));
+    EXPECT_EQ(store.activeSessionID(), shownManual);
+    EXPECT_NE(store.activeSessionID(), store.sessions().first().id);
 }
 
 TEST_F(BuildCapture, WatcherStatesAndFailureMessages)
@@ -324,18 +333,6 @@ TEST_F(BuildCapture, SelectingASessionResetsTheViewButKeepsFilters)
     store.setShowBuildNoise(true);
     store.selectSession(store.sessions()[1]);
     EXPECT_EQ(selectedMessage(store), QStringLiteral("Target dependency graph (3 targets)"));
-}
-
-TEST_F(BuildCapture, ActiveSessionFallsBackToTheNewest)
-{
-    EXPECT_FALSE(store.activeSession());
-    EXPECT_EQ(store.activeComparison(), BuildComparison::empty());
-    store.captureBuild(logText({}), activityLogPath(QStringLiteral("Alpha")));
-    store.captureBuild(logText({}), activityLogPath(QStringLiteral("Beta")));
-    store.setFocusedProject(QStringLiteral("Nothing"));
-    EXPECT_FALSE(store.activeSessionID());
-    ASSERT_TRUE(store.activeSession());
-    EXPECT_EQ(activeProject(store), QStringLiteral("Beta"));
 }
 
 } // namespace

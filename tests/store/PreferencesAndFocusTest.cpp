@@ -51,6 +51,7 @@ protected:
 
 TEST_F(PreferencesAndFocus, OnlyWarningsArePinnedOrIgnored)
 {
+    EXPECT_EQ(store->preferenceProjectName(), QStringLiteral("Manual")) << "no session yet";
     store->loadSampleDiagnostics();
     const BuildDiagnostic error = active(QStringLiteral("cannot find 'widgetTitle' in scope"));
     const BuildDiagnostic note = active(QStringLiteral("add an explicit type annotation to silence this warning"));
