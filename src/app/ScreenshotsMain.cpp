@@ -16,7 +16,7 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QTemporaryDir>
-#include <QTextStream>
+#include <QSplitter>
 #include <QThread>
 
 #include <cstdio>
@@ -161,6 +161,10 @@ int main(int argc, char* argv[])
     store.captureBuild(warningsOnly(2), logPath(QStringLiteral("WeatherKit"), 1));
     store.captureBuild(warningsOnly(1), logPath(QStringLiteral("WeatherKit"), 2));
     store.captureBuild(firstBuild(), logPath(QStringLiteral("ExampleApp"), 4));
+    // A sidebar dragged wide enough for a whole page of cards.
+    window.resize(1440, 800);
+    if (auto* split = window.findChild<QSplitter*>(QStringLiteral("splitView")))
+        split->setSizes({760, 680});
     settle();
     if (auto* older = window.findChild<QAbstractButton*>(QStringLiteral("olderBuildsButton")))
         older->click();
