@@ -1,6 +1,9 @@
 #include "BuildDiagnostic.h"
 
 #include <QStringBuilder>
+#include <QVarLengthArray>
+
+#include <string_view>
 
 namespace corvane {
 
@@ -75,19 +78,26 @@ bool BuildDiagnostic::isBuildNoise() const
 {
     if (severity != DiagnosticSeverity::note)
         return false;
-    // For ASCII text a case-insensitive search is exactly "lower-case, then
-    // search" and saves an allocation per call; anything else takes the
-    // general path with full Unicode lower-casing.
+    // The views ask this of every note on every redraw, so ASCII messages
+    // (nearly all of them) are lower-cased into bytes on the stack and
+    // searched there; anything else takes the general path with full Unicode
+    // lower-casing.
     if (isAscii(message)) {
+        QVarLengthArray<char, 256> lowered(message.size());
+        for (qsizetype i = 0; i < message.size(); ++i) {
+            const char c = char(message.at(i).unicode());
+            lowered[i] = (c >= 'A' && c <= 'Z') ? char(c + ('a' - 'A')) : c;
+        }
+        const std::string_view text(lowered.constData(), size_t(lowered.size()));
         for (const QLatin1StringView phrase : buildNoisePhrases) {
-            if (message.contains(phrase, Qt::CaseInsensitive))
+            if (text.find(std::string_view(phrase.data(), size_t(phrase.size()))) != std::string_view::npos)
                 return true;
         }
         return false;
     }
-    const QString lowered = message.toLower();
+    const QString loweredText = message.toLower();
     for (const QLatin1StringView phrase : buildNoisePhrases) {
-        if (lowered.contains(phrase))
+        if (loweredText.contains(phrase))
             return true;
     }
     return false;

@@ -1,10 +1,157 @@
-// PLACEHOLDER so the project links; replaced by the property-list implementation.
 #include "BuildHistoryPersistence.h"
+
+#include "BinaryPropertyList.h"
+#include "PropertyListRecords.h"
+#include "StorageDirectory.h"
+#include "StorageFile.h"
+
+#include <QFile>
+#include <QFileInfo>
 
 namespace corvane {
 
-Result<QList<BuildSession>> BuildHistoryPersistence::load() const { return QList<BuildSession>{}; }
-Result<void> BuildHistoryPersistence::save(const QList<BuildSession>&) const { return {}; }
-Result<void> BuildHistoryPersistence::clear() const { return {}; }
+namespace {
+
+QList<BuildSession> firstSessions(const QList<BuildSession>& sessions)
+{
+    return sessions.size() > historyLimit ? sessions.first(historyLimit) : sessions;
+}
+
+// Moves an undecodable history aside so the next save starts afresh while the
+// old bytes stay available to whoever wants to look at them. Nothing here may
+// fail the load: a file that cannot be moved simply stays where it is.
+void moveAside(const QString& folder)
+{
+    const QString damaged = folder + u'/' + BuildHistoryPersistence::damagedFileName;
+    QFile::remove(damaged);
+    QFile::rename(folder + u'/' + BuildHistoryPersistence::fileName, damaged);
+}
+
+PropertyListValue archiveValue(const BuildHistoryArchive& archive)
+{
+    PropertyListValue::Array sessions;
+    sessions.reserve(size_t(archive.sessions.size()));
+    for (const BuildSession& session : archive.sessions)
+        sessions.push_back(PropertyListRecords::encode(session));
+
+    PropertyListValue::Dictionary root;
+    root.emplace_back(QStringLiteral("version"), PropertyListValue(archive.version));
+    root.emplace_back(QStringLiteral("savedAt"), PropertyListRecords::encodeTime(archive.savedAt));
+    root.emplace_back(QStringLiteral("sessions"), PropertyListValue(std::move(sessions)));
+    return PropertyListValue(std::move(root));
+}
+
+} // namespace
+
+QByteArray BuildHistoryPersistence::encodeArchive(const BuildHistoryArchive& archive)
+{
+    return BinaryPropertyList::encode(archiveValue(archive));
+}
+
+Result<BuildHistoryArchive> BuildHistoryPersistence::decodeArchive(QByteArrayView bytes)
+{
+    Result<PropertyListValue> decoded = BinaryPropertyList::decode(bytes);
+    if (!decoded)
+        return decoded.error();
+
+    PropertyListRecords records;
+    const auto failure = [&records] {
+        return Error{BinaryPropertyList::errorDomain, 0, records.failure()};
+    };
+    const PropertyListValue& root = decoded.value();
+    const PropertyListValue::Dictionary* entries = records.dictionary(root, u"history archive");
+    if (!entries)
+        return failure();
+
+    BuildHistoryArchive archive;
+    enum : unsigned { version = 1, savedAt = 2, sessions = 4, all = 7 };
+    unsigned seen = 0;
+    for (const auto& [key, item] : *entries) {
+        bool ok = true;
+        if (key == u"version") {
+            ok = records.readInteger(item, key, archive.version);
+            seen |= version;
+        } else if (key == u"savedAt") {
+            ok = records.readTime(item, key, archive.savedAt);
+            seen |= savedAt;
+        } else if (key == u"sessions") {
+            const PropertyListValue::Array* list = item.array();
+            if (!list)
+                return Error{BinaryPropertyList::errorDomain, 0,
+                             QStringLiteral("\"sessions\" is not an array.")};
+            archive.sessions.resize(qsizetype(list->size()));
+            for (size_t i = 0; i < list->size() && ok; ++i)
+                ok = records.decode((*list)[i], archive.sessions[qsizetype(i)]);
+            seen |= sessions;
+        }
+        if (!ok)
+            return failure();
+    }
+    if (seen != all) {
+        records.missing(!(seen & version) ? u"version" : !(seen & savedAt) ? u"savedAt" : u"sessions",
+                        u"history archive");
+        return failure();
+    }
+    return archive;
+}
+
+Result<QList<BuildSession>> BuildHistoryPersistence::load() const
+{
+    const Result<QString> folder = storageDirectory();
+    if (!folder)
+        return folder.error();
+    const QString path = folder.value() + u'/' + fileName;
+    if (!QFileInfo::exists(path))
+        return QList<BuildSession>{};
+
+    const Result<QByteArray> bytes = StorageFile::read(path);
+    if (!bytes)
+        return bytes.error();
+    if (bytes.value().isEmpty())
+        return QList<BuildSession>{};
+
+    Result<BuildHistoryArchive> archive = decodeArchive(bytes.value());
+    if (!archive) {
+        moveAside(folder.value());
+        return QList<BuildSession>{};
+    }
+    // A file from another version of the program is left for it; the next
+    // save replaces it.
+    if (archive.value().version != 1)
+        return QList<BuildSession>{};
+    return firstSessions(archive.value().sessions);
+}
+
+Result<void> BuildHistoryPersistence::save(const QList<BuildSession>& sessions) const
+{
+    const Result<QString> folder = storageDirectory();
+    if (!folder)
+        return folder.error();
+    const QString path = folder.value() + u'/' + fileName;
+
+    const PropertyListValue archive =
+        archiveValue({1, AbsoluteTime::now(), firstSessions(sessions)});
+    // Streamed into the file rather than built whole in memory first.
+    const Result<void> written = StorageFile::writeAtomically(
+        path, [&archive](QIODevice& file) { return BinaryPropertyList::write(archive, file); });
+    if (!written)
+        return written;
+
+    if (!QFileInfo::exists(path))
+        return Error{QStringLiteral("Corvane.History"), 1,
+                     QStringLiteral("Corvane wrote the history archive but the file could not be verified.")};
+    return {};
+}
+
+Result<void> BuildHistoryPersistence::clear() const
+{
+    const Result<QString> folder = storageDirectory();
+    if (!folder)
+        return folder.error();
+    QFile file(folder.value() + u'/' + fileName);
+    if (file.exists() && !file.remove())
+        return StorageFile::error(file);
+    return {};
+}
 
 } // namespace corvane

@@ -4,6 +4,8 @@
 #include "BuildSession.h"
 #include "Error.h"
 
+#include <QByteArray>
+#include <QByteArrayView>
 #include <QList>
 #include <QString>
 
@@ -31,6 +33,11 @@ public:
     Result<void> save(const QList<BuildSession>& sessions) const;
     // Deletes the history file; the damaged copy stays.
     Result<void> clear() const;
+
+    // The file's bytes for an archive, and back. Decoding checks the whole
+    // archive, whatever its version; callers decide what a version means.
+    static QByteArray encodeArchive(const BuildHistoryArchive& archive);
+    static Result<BuildHistoryArchive> decodeArchive(QByteArrayView bytes);
 };
 
 } // namespace corvane

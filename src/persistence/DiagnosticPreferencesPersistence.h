@@ -3,6 +3,8 @@
 #include "DiagnosticPreferenceKey.h"
 #include "Error.h"
 
+#include <QByteArray>
+#include <QByteArrayView>
 #include <QSet>
 #include <QString>
 
@@ -34,6 +36,10 @@ public:
     Preferences load() const;
     Result<void> save(const QSet<DiagnosticPreferenceKey>& pinned,
                       const QSet<DiagnosticPreferenceKey>& ignored) const;
+
+    // The file's bytes for an archive, and back.
+    static QByteArray encodeArchive(const DiagnosticPreferencesArchive& archive);
+    static Result<DiagnosticPreferencesArchive> decodeArchive(QByteArrayView bytes);
 };
 
 } // namespace corvane

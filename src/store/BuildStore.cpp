@@ -12,10 +12,13 @@
 #include <QSettings>
 #include <QStringBuilder>
 #include <QStringDecoder>
+#include <QStringMatcher>
 
 #include <algorithm>
 #include <limits>
+#include <vector>
 #include <string_view>
+#include <unordered_set>
 
 namespace corvane {
 
@@ -179,6 +182,48 @@ struct BuildStore::Private {
             }
         }
         return &sessions.first();
+    }
+
+    // The filter settings of one read, gathered once for all diagnostics.
+    struct Visibility {
+        const Private& store;
+        std::optional<QStringMatcher> search;
+
+        bool passes(const BuildDiagnostic& diagnostic, const QString& projectName) const
+        {
+            const bool isWarning = diagnostic.severity == DiagnosticSeverity::warning;
+            const auto keyIn = [&](const QSet<DiagnosticPreferenceKey>& set) {
+                return set.contains(DiagnosticPreferenceKey{projectName, diagnostic.signature()});
+            };
+            switch (store.warningViewMode) {
+            case WarningViewMode::normal:
+                if (!store.severityFilter.contains(diagnostic.severity))
+                    return false;
+                if (isWarning && keyIn(store.ignoredDiagnostics))
+                    return false;
+                break;
+            case WarningViewMode::pinned:
+                if (!isWarning || !keyIn(store.pinnedDiagnostics))
+                    return false;
+                break;
+            case WarningViewMode::ignored:
+                if (!isWarning || !keyIn(store.ignoredDiagnostics))
+                    return false;
+                break;
+            }
+            if (!store.showBuildNoise && diagnostic.isBuildNoise())
+                return false;
+            return !search || search->indexIn(diagnostic.message) >= 0
+                || search->indexIn(FileNameRanking::fileName(diagnostic.filePath)) >= 0;
+        }
+    };
+    Visibility visibility() const
+    {
+        // One matcher per read: QString::contains would rebuild its skip
+        // table for every diagnostic.
+        const QString query = searchText.trimmed();
+        return Visibility{*this, query.isEmpty() ? std::nullopt
+                                                 : std::optional<QStringMatcher>(std::in_place, query, Qt::CaseInsensitive)};
     }
 
     const BuildSession* newestSession(const QString& projectName) const
@@ -389,26 +434,45 @@ BuildComparison BuildStore::compareDiagnostics(const QList<BuildDiagnostic>& cur
 {
     if (!previous)
         return BuildComparison::empty();
-    const QList<BuildDiagnostic> keptCurrent = withoutNoise(current);
-    const QList<BuildDiagnostic> keptPrevious = withoutNoise(*previous);
 
-    QSet<DiagnosticSignature> previousSignatures;
-    previousSignatures.reserve(keptPrevious.size());
-    for (const BuildDiagnostic& diagnostic : keptPrevious)
-        previousSignatures.insert(diagnostic.signature());
-    QSet<DiagnosticSignature> currentSignatures;
-    currentSignatures.reserve(keptCurrent.size());
-    for (const BuildDiagnostic& diagnostic : keptCurrent)
-        currentSignatures.insert(diagnostic.signature());
+    // Sets of the diagnostics themselves, hashed and compared by signature,
+    // so no signature is copied and each is hashed once per lookup.
+    struct BySignature {
+        size_t operator()(const BuildDiagnostic* d) const
+        {
+            size_t seed = ::qHash(int(d->severity));
+            seed = qHashOptional(d->filePath, seed);
+            seed = qHashOptional(d->line, seed);
+            seed = qHashOptional(d->column, seed);
+            return ::qHash(d->message, seed);
+        }
+        bool operator()(const BuildDiagnostic* a, const BuildDiagnostic* b) const
+        {
+            return a->severity == b->severity && a->line == b->line && a->column == b->column
+                && a->message == b->message && a->filePath == b->filePath;
+        }
+    };
+    using SignatureSet = std::unordered_set<const BuildDiagnostic*, BySignature, BySignature>;
+    const auto meaningful = [](const QList<BuildDiagnostic>& list) {
+        SignatureSet set;
+        set.reserve(size_t(list.size()));
+        for (const BuildDiagnostic& diagnostic : list) {
+            if (!diagnostic.isBuildNoise())
+                set.insert(&diagnostic);
+        }
+        return set;
+    };
+    const SignatureSet previousSignatures = meaningful(*previous);
+    const SignatureSet currentSignatures = meaningful(current);
 
     BuildComparison comparison;
     comparison.hasBaseline = true;
-    for (const BuildDiagnostic& diagnostic : keptCurrent) {
-        if (!previousSignatures.contains(diagnostic.signature()))
+    for (const BuildDiagnostic& diagnostic : current) {
+        if (!previousSignatures.contains(&diagnostic) && !diagnostic.isBuildNoise())
             comparison.newDiagnosticIDs.insert(diagnostic.id);
     }
-    for (const BuildDiagnostic& diagnostic : keptPrevious) {
-        if (!currentSignatures.contains(diagnostic.signature()))
+    for (const BuildDiagnostic& diagnostic : *previous) {
+        if (!currentSignatures.contains(&diagnostic) && !diagnostic.isBuildNoise())
             comparison.fixedDiagnostics.append(diagnostic);
     }
     return comparison;
@@ -479,29 +543,7 @@ XcodeBuildWatcher& BuildStore::watcher()
 
 bool BuildStore::isDiagnosticVisible(const BuildDiagnostic& diagnostic, const BuildSession& session) const
 {
-    if (!d->showBuildNoise && diagnostic.isBuildNoise())
-        return false;
-
-    const QString query = d->searchText.trimmed();
-    if (!query.isEmpty() && !diagnostic.message.contains(query, Qt::CaseInsensitive)
-        && !diagnostic.diagnosticFileName().contains(query, Qt::CaseInsensitive))
-        return false;
-
-    const bool isWarning = diagnostic.severity == DiagnosticSeverity::warning;
-    const auto keyIn = [&](const QSet<DiagnosticPreferenceKey>& set) {
-        return set.contains(DiagnosticPreferenceKey{session.projectName, diagnostic.signature()});
-    };
-    switch (d->warningViewMode) {
-    case WarningViewMode::pinned:
-        return isWarning && keyIn(d->pinnedDiagnostics);
-    case WarningViewMode::ignored:
-        return isWarning && keyIn(d->ignoredDiagnostics);
-    case WarningViewMode::normal:
-        break;
-    }
-    if (isWarning && keyIn(d->ignoredDiagnostics))
-        return false;
-    return d->severityFilter.contains(diagnostic.severity);
+    return d->visibility().passes(diagnostic, session.projectName);
 }
 
 bool BuildStore::diagnosticDisplayOrder(const BuildDiagnostic& a, const BuildDiagnostic& b) const
@@ -527,42 +569,49 @@ QList<BuildDiagnostic> BuildStore::visibleDiagnostics() const
     if (!session)
         return {};
 
-    // The same rule as diagnosticDisplayOrder, with everything that needs a
-    // set lookup or the collator worked out once per diagnostic or file name.
+    // The rule of diagnosticDisplayOrder, with the set lookups done once per
+    // diagnostic and the collator consulted once per distinct file name.
     struct Entry {
         const BuildDiagnostic* diagnostic;
-        QString fileName;
-        int rank;
+        int severity;
         bool pinned;
+        FileNameRanking::Place name;
         qint64 line;
     };
-    QList<Entry> entries;
-    QStringList fileNames;
+    const Private::Visibility visibility = d->visibility();
+    const QString& project = session->projectName;
+    QList<const BuildDiagnostic*> shown;
+    QList<QStringView> fileNames;
     for (const BuildDiagnostic& diagnostic : session->diagnostics) {
-        if (!isDiagnosticVisible(diagnostic, *session))
-            continue;
-        Entry entry{&diagnostic, diagnostic.diagnosticFileName(), 0, isPinned(diagnostic),
-                    diagnostic.line.value_or(std::numeric_limits<qint64>::max())};
-        fileNames.append(entry.fileName);
-        entries.append(std::move(entry));
+        if (visibility.passes(diagnostic, project)) {
+            shown.append(&diagnostic);
+            fileNames.append(FileNameRanking::fileName(diagnostic.filePath));
+        }
     }
     const FileNameRanking ranking(fileNames);
-    for (Entry& entry : entries)
-        entry.rank = ranking.rank(entry.fileName);
+    const QString preferenceProject = preferenceProjectName();
+    std::vector<Entry> entries;
+    entries.reserve(size_t(shown.size()));
+    for (qsizetype i = 0; i < shown.size(); ++i) {
+        const BuildDiagnostic& diagnostic = *shown[i];
+        const bool pinned = diagnostic.severity == DiagnosticSeverity::warning
+            && d->pinnedDiagnostics.contains({preferenceProject, diagnostic.signature()});
+        entries.push_back({&diagnostic, int(diagnostic.severity), pinned, ranking.place(fileNames[i]),
+                           diagnostic.line.value_or(std::numeric_limits<qint64>::max())});
+    }
 
     std::stable_sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
-        const DiagnosticSeverity severity = a.diagnostic->severity;
-        if (severity != b.diagnostic->severity)
-            return int(severity) < int(b.diagnostic->severity);
-        if (severity == DiagnosticSeverity::warning && a.pinned != b.pinned)
+        if (a.severity != b.severity)
+            return a.severity < b.severity;
+        if (a.pinned != b.pinned)
             return a.pinned;
-        if (a.fileName != b.fileName)
-            return a.rank < b.rank;
+        if (a.name.identity != b.name.identity)
+            return a.name.rank < b.name.rank;
         return a.line < b.line;
     });
 
     QList<BuildDiagnostic> visible;
-    visible.reserve(entries.size());
+    visible.reserve(qsizetype(entries.size()));
     for (const Entry& entry : entries)
         visible.append(*entry.diagnostic);
     return visible;

@@ -16,7 +16,13 @@ QCollator nameCollator()
 {
     // Case-insensitive here means ICU's secondary strength: accents still
     // tell names apart, letter case does not.
-    QCollator collator{QLocale()};
+    // Qt's C locale compares sort keys byte by byte, ignoring the case
+    // setting; a process started without a language (LANG=C, as in many
+    // service and test environments) gets the Unicode root order instead.
+    QLocale locale;
+    if (locale.language() == QLocale::C)
+        locale = QLocale(QLocale::English, QLocale::UnitedStates);
+    QCollator collator{locale};
     collator.setCaseSensitivity(Qt::CaseInsensitive);
     collator.setNumericMode(false);
     collator.setIgnorePunctuation(false);
@@ -46,16 +52,28 @@ CollatedNames collate(const QStringList& names)
 
 } // namespace
 
-FileNameRanking::FileNameRanking(const QStringList& names)
+QStringView FileNameRanking::fileName(const std::optional<QString>& filePath)
 {
-    QStringList distinct;
-    distinct.reserve(names.size());
-    for (const QString& name : names) {
-        if (!m_ranks.contains(name)) {
-            m_ranks.insert(name, -1);
-            distinct.append(name);
+    static const QString noFile = QStringLiteral("Build");
+    if (!filePath)
+        return noFile;
+    const qsizetype slash = filePath->lastIndexOf(u'/');
+    return QStringView(*filePath).mid(slash + 1);
+}
+
+FileNameRanking::FileNameRanking(const QList<QStringView>& names)
+{
+    QList<QStringView> distinctViews;
+    for (const QStringView name : names) {
+        if (!m_places.contains(name)) {
+            m_places.insert(name, Place{-1, int(distinctViews.size())});
+            distinctViews.append(name);
         }
     }
+    QStringList distinct;
+    distinct.reserve(distinctViews.size());
+    for (const QStringView name : distinctViews)
+        distinct.append(name.toString());
     const CollatedNames collated = collate(distinct);
     int rank = -1;
     const QCollatorSortKey* previous = nullptr;
@@ -64,7 +82,7 @@ FileNameRanking::FileNameRanking(const QStringList& names)
         if (!previous || previous->compare(key) != 0)
             ++rank;
         previous = &key;
-        m_ranks[distinct[index]] = rank;
+        m_places[distinctViews[index]].rank = rank;
     }
 }
 

@@ -3,7 +3,10 @@
 #include <QHash>
 #include <QList>
 #include <QString>
+
+#include <optional>
 #include <QStringList>
+#include <QStringView>
 
 namespace corvane {
 
@@ -13,10 +16,20 @@ namespace corvane {
 // letter case is ignored share a rank.
 class FileNameRanking {
 public:
-    explicit FileNameRanking(const QStringList& names);
+    // The views must outlive the ranking.
+    explicit FileNameRanking(const QList<QStringView>& names);
 
-    // The rank of a name that was handed to the constructor; -1 otherwise.
-    int rank(const QString& name) const { return m_ranks.value(name, -1); }
+    // The last component of a file path, or "Build" without a path: the name
+    // that search and sort use, without a copy.
+    static QStringView fileName(const std::optional<QString>& filePath);
+
+    struct Place {
+        int rank = -1;
+        // Equal exactly when the names are the same string.
+        int identity = -1;
+    };
+    // Where a name that was handed to the constructor stands; -1s otherwise.
+    Place place(QStringView name) const { return m_places.value(name); }
 
     // Locale-aware, case-insensitive, diacritics counting: the order in which
     // file and project names are shown. Negative, zero or positive.
@@ -25,7 +38,7 @@ public:
     static QStringList sorted(const QStringList& names);
 
 private:
-    QHash<QString, int> m_ranks;
+    QHash<QStringView, Place> m_places;
 };
 
 } // namespace corvane

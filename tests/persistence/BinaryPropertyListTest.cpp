@@ -1,0 +1,276 @@
+#include "BinaryPropertyList.h"
+#include "PersistenceTestSupport.h"
+
+#include <QRandomGenerator>
+
+#include <gtest/gtest.h>
+
+#include <bit>
+#include <cmath>
+#include <limits>
+
+namespace corvane {
+namespace {
+
+using test::bigEndian;
+using test::RawPropertyList;
+using Dictionary = PropertyListValue::Dictionary;
+using Array = PropertyListValue::Array;
+
+PropertyListValue roundTrip(const PropertyListValue& value)
+{
+    const Result<PropertyListValue> decoded = BinaryPropertyList::decode(BinaryPropertyList::encode(value));
+    EXPECT_TRUE(decoded.ok()) << (decoded.ok() ? "" : decoded.error().description.toStdString());
+    return decoded.ok() ? decoded.value() : PropertyListValue();
+}
+
+int decodeError(const QByteArray& bytes)
+{
+    const Result<PropertyListValue> decoded = BinaryPropertyList::decode(bytes);
+    return decoded.ok() ? 0 : decoded.error().code;
+}
+
+// The trailer's two size bytes.
+int referenceSizeOf(const QByteArray& bytes) { return bytes[bytes.size() - 25]; }
+int offsetSizeOf(const QByteArray& bytes) { return bytes[bytes.size() - 26]; }
+
+TEST(BinaryPropertyList, KeepsEveryScalarExactly)
+{
+    const std::vector<qint64> integers{0, 1, 14, 15, 255, 256, 65535, 65536, 4294967295LL, 4294967296LL,
+                                       -1, -255, std::numeric_limits<qint64>::max(),
+                                       std::numeric_limits<qint64>::min()};
+    const std::vector<double> reals{0.0, -0.0, 0.1, 1.0 / 3.0, -1e300, 5e-324,
+                                    std::numeric_limits<double>::infinity()};
+    // Dates beyond 32-bit seconds, before the reference date, and with
+    // sub-microsecond fractions.
+    const std::vector<double> dates{0.0, 785000000.1234567891, -978307200.5, 4.1e10, -3.2e11, 1e-9};
+    for (qint64 i : integers)
+        EXPECT_EQ(*roundTrip(PropertyListValue(i)).integer(), i) << i;
+    for (double r : reals) {
+        const double back = *roundTrip(PropertyListValue(r)).real();
+        EXPECT_EQ(std::signbit(back), std::signbit(r));
+        EXPECT_EQ(back, r);
+    }
+    for (double d : dates)
+        EXPECT_EQ(roundTrip(PropertyListValue(PropertyListValue::Date{d})).date()->secondsSinceReferenceDate, d);
+    EXPECT_TRUE(std::isnan(*roundTrip(PropertyListValue(std::nan(""))).real()));
+    EXPECT_EQ(*roundTrip(PropertyListValue(true)).boolean(), true);
+    EXPECT_EQ(*roundTrip(PropertyListValue(false)).boolean(), false);
+    EXPECT_EQ(*roundTrip(PropertyListValue(QByteArray("\0\1\xff", 3))).data(), QByteArray("\0\1\xff", 3));
+}
+
+TEST(BinaryPropertyList, KeepsStringsOfEveryLengthAndForm)
+{
+    const QList<QString> strings{
+        QString(), QStringLiteral("a"), QString(14, u'x'), QString(15, u'x'), QString(300, u'y'),
+        QString(70000, u'z'), QStringLiteral("naïve"), QStringLiteral("emoji 😀 and CJK 漢字"),
+        QString(20, QChar(0x7F)), QString(1, QChar(0x80)), QString(40000, QChar(0x00E9))};
+    for (const QString& s : strings) {
+        const PropertyListValue back = roundTrip(PropertyListValue(s));
+        ASSERT_NE(back.string(), nullptr);
+        EXPECT_EQ(*back.string(), s) << s.size();
+    }
+}
+
+TEST(BinaryPropertyList, KeepsContainersInOrderAndEmptyOnes)
+{
+    Dictionary inner{{QStringLiteral("b"), PropertyListValue(2)}, {QStringLiteral("a"), PropertyListValue(1)}};
+    Array array{PropertyListValue(QStringLiteral("same")), PropertyListValue(Dictionary{}), PropertyListValue(Array{}),
+                PropertyListValue(QStringLiteral("same")), PropertyListValue(std::move(inner))};
+    const PropertyListValue root(Dictionary{{QStringLiteral("list"), PropertyListValue(array)},
+                                            {QStringLiteral("flag"), PropertyListValue(true)}});
+    EXPECT_EQ(roundTrip(root), root);
+    // Dictionary entries keep the writer's order, so "b" stays first.
+    EXPECT_EQ(roundTrip(root).value(u"list")->array()->back().dictionary()->front().first, QStringLiteral("b"));
+}
+
+TEST(BinaryPropertyList, StoresRepeatedStringsOnceAndPicksSmallSizes)
+{
+    Array repeated;
+    for (int i = 0; i < 1000; ++i)
+        repeated.emplace_back(QStringLiteral("the same long text, written a thousand times"));
+    const QByteArray bytes = BinaryPropertyList::encode(PropertyListValue(repeated));
+    EXPECT_LT(bytes.size(), 2000 + 200);
+    EXPECT_EQ(referenceSizeOf(bytes), 1);
+
+    Array distinct;
+    for (int i = 0; i < 70000; ++i)
+        distinct.emplace_back(qint64(i));
+    const QByteArray large = BinaryPropertyList::encode(PropertyListValue(distinct));
+    EXPECT_EQ(referenceSizeOf(large), 4);
+    EXPECT_EQ(offsetSizeOf(large), 4);
+    EXPECT_EQ(roundTrip(PropertyListValue(distinct)), PropertyListValue(distinct));
+
+    Array few;
+    for (int i = 0; i < 300; ++i)
+        few.emplace_back(qint64(i));
+    EXPECT_EQ(referenceSizeOf(BinaryPropertyList::encode(PropertyListValue(few))), 2);
+}
+
+TEST(BinaryPropertyList, ReadsWhatOtherWritersMayUse)
+{
+    // A 4-byte real, 16-byte integers, a count in its own integer object,
+    // 2-byte references and offsets, and a root that is not object 0.
+    RawPropertyList raw;
+    raw.referenceSize = 2;
+    raw.offsetSize = 2;
+    raw.objects = {QByteArray("\x22") + bigEndian(std::bit_cast<quint32>(1.5f), 4),
+                   QByteArray("\x14") + bigEndian(0, 8) + bigEndian(42, 8),
+                   QByteArray("\x14") + bigEndian(~0ULL, 8) + bigEndian(quint64(-7), 8),
+                   QByteArray("\x5F\x10\x03" "abc"),
+                   QByteArray("\xA4") + bigEndian(0, 2) + bigEndian(1, 2) + bigEndian(2, 2) + bigEndian(3, 2)};
+    raw.top = 4;
+    const Result<PropertyListValue> decoded = BinaryPropertyList::decode(raw.bytes());
+    ASSERT_TRUE(decoded.ok()) << decoded.error().description.toStdString();
+    const Array& items = *decoded.value().array();
+    EXPECT_EQ(*items[0].real(), 1.5);
+    EXPECT_EQ(*items[1].integer(), 42);
+    EXPECT_EQ(*items[2].integer(), -7);
+    EXPECT_EQ(*items[3].string(), QStringLiteral("abc"));
+}
+
+TEST(BinaryPropertyList, RefusesMalformedStructure)
+{
+    const QByteArray fine = RawPropertyList{{QByteArray("\x09")}}.bytes();
+    ASSERT_EQ(decodeError(fine), 0);
+
+    EXPECT_EQ(decodeError({}), BinaryPropertyList::notBinaryPropertyList);
+    EXPECT_EQ(decodeError(QByteArray("bplist01") + fine.mid(8)), BinaryPropertyList::notBinaryPropertyList);
+    EXPECT_NE(decodeError(fine.left(fine.size() - 1)), 0);
+
+    const auto withTrailer = [](auto change) {
+        RawPropertyList raw{{QByteArray("\x09")}};
+        change(raw);
+        return decodeError(raw.bytes());
+    };
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.objectCount = 0; }), BinaryPropertyList::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.objectCount = 2; }), BinaryPropertyList::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.objectCount = ~0ULL; }), BinaryPropertyList::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.top = 1; }), BinaryPropertyList::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.offsetSize = 0; }), BinaryPropertyList::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.referenceSize = 9; }), BinaryPropertyList::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.tableOffset = 1ULL << 62; }), BinaryPropertyList::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.tableOffset = 8; }), BinaryPropertyList::badTrailer);
+    // Offsets into the header, into the offset table itself, and past the end.
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.offsetOverrides = {0}; }), BinaryPropertyList::badOffset);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.offsetOverrides = {9}; }), BinaryPropertyList::badOffset);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.offsetOverrides = {200}; }), BinaryPropertyList::badOffset);
+}
+
+TEST(BinaryPropertyList, RefusesObjectsThatDoNotFit)
+{
+    const auto error = [](std::vector<QByteArray> objects) {
+        return decodeError(RawPropertyList{std::move(objects)}.bytes());
+    };
+    // Lengths and counts larger than the file, declared in every way.
+    EXPECT_EQ(error({QByteArray("\x5E" "abc")}), BinaryPropertyList::badObject);
+    EXPECT_EQ(error({QByteArray("\x5F\x13") + bigEndian(~0ULL, 8)}), BinaryPropertyList::badObject);
+    EXPECT_EQ(error({QByteArray("\x6F\x12") + bigEndian(0x7FFFFFFF, 4)}), BinaryPropertyList::badObject);
+    EXPECT_EQ(error({QByteArray("\x4F\x13") + bigEndian(1ULL << 62, 8)}), BinaryPropertyList::badObject);
+    EXPECT_EQ(error({QByteArray("\xAF\x13") + bigEndian(1ULL << 61, 8)}), BinaryPropertyList::badObject);
+    EXPECT_EQ(error({QByteArray("\xDF\x13") + bigEndian(~0ULL / 2, 8)}), BinaryPropertyList::badObject);
+    EXPECT_EQ(error({QByteArray("\x5F\x20")}), BinaryPropertyList::badObject); // a length that is a real
+    EXPECT_EQ(error({QByteArray::fromHex("130000")}), BinaryPropertyList::badObject);
+    EXPECT_EQ(error({QByteArray::fromHex("2300")}), BinaryPropertyList::badObject);
+    EXPECT_EQ(error({QByteArray::fromHex("3300")}), BinaryPropertyList::badObject);
+    EXPECT_EQ(error({QByteArray("\x52" "a\xC3")}), BinaryPropertyList::badObject); // not ASCII
+    // References past the object count.
+    EXPECT_EQ(error({QByteArray("\xA1\x05")}), BinaryPropertyList::badOffset);
+    EXPECT_EQ(error({QByteArray("\xD1\x01\x07"), QByteArray("\x51k")}), BinaryPropertyList::badOffset);
+    // Types our files never hold, and a key that is not a string.
+    EXPECT_EQ(error({QByteArray("\x00", 1)}), BinaryPropertyList::unsupportedType);
+    EXPECT_EQ(error({QByteArray("\x80\x01")}), BinaryPropertyList::unsupportedType);
+    EXPECT_EQ(error({QByteArray::fromHex("c100")}), BinaryPropertyList::unsupportedType);
+    EXPECT_EQ(error({QByteArray("\x71" "a")}), BinaryPropertyList::unsupportedType);
+    EXPECT_EQ(error({QByteArray("\xD1\x01\x01"), QByteArray("\x10\x01")}), BinaryPropertyList::badDictionaryKey);
+    EXPECT_EQ(error({QByteArray("\x14") + bigEndian(1, 8) + bigEndian(0, 8)}), BinaryPropertyList::integerOutOfRange);
+    EXPECT_EQ(error({QByteArray("\x14") + bigEndian(0, 8) + bigEndian(1ULL << 63, 8)}),
+              BinaryPropertyList::integerOutOfRange);
+}
+
+TEST(BinaryPropertyList, RefusesCyclesSharedContainersAndDeepNesting)
+{
+    const auto error = [](std::vector<QByteArray> objects) {
+        return decodeError(RawPropertyList{std::move(objects)}.bytes());
+    };
+    EXPECT_EQ(error({QByteArray::fromHex("a100")}), BinaryPropertyList::cyclicReference);
+    EXPECT_EQ(error({QByteArray("\xA1\x01"), QByteArray("\xA1\x02"), QByteArray::fromHex("a100")}),
+              BinaryPropertyList::cyclicReference);
+    EXPECT_EQ(error({QByteArray::fromHex("d10100"), QByteArray("\x51k")}), BinaryPropertyList::cyclicReference);
+    // A diamond: without the check, thirty such levels would unfold into a
+    // billion nodes from a few hundred bytes.
+    EXPECT_EQ(error({QByteArray("\xA2\x01\x01"), QByteArray("\xA0")}), BinaryPropertyList::sharedContainer);
+    // Shared strings and data are fine, and are not copied per reference: a
+    // thousand references to one large object stay one object in memory.
+    EXPECT_EQ(error({QByteArray("\xA2\x01\x01"), QByteArray("\x51x")}), 0);
+    RawPropertyList many;
+    many.referenceSize = 2;
+    many.offsetSize = 4;
+    many.objects = {QByteArray("\x4F\x12") + bigEndian(1 << 20, 4) + QByteArray(1 << 20, 'd'),
+                    QByteArray("\xAF\x11") + bigEndian(1000, 2)};
+    for (int i = 0; i < 1000; ++i)
+        many.objects[1] += bigEndian(0, 2);
+    many.top = 1;
+    const Result<PropertyListValue> shared = BinaryPropertyList::decode(many.bytes());
+    ASSERT_TRUE(shared.ok());
+    const Array& copies = *shared.value().array();
+    ASSERT_EQ(copies.size(), 1000u);
+    EXPECT_EQ(copies.front().data()->constData(), copies.back().data()->constData());
+
+    const auto nested = [](int depth) {
+        RawPropertyList raw;
+        raw.referenceSize = 2;
+        raw.offsetSize = 4;
+        for (int i = 0; i < depth; ++i)
+            raw.objects.push_back(QByteArray("\xA1") + bigEndian(quint64(i + 1), 2));
+        raw.objects.push_back(QByteArray("\x09"));
+        return decodeError(raw.bytes());
+    };
+    EXPECT_EQ(nested(BinaryPropertyList::maximumDepth), 0);
+    EXPECT_EQ(nested(BinaryPropertyList::maximumDepth + 1), BinaryPropertyList::tooDeep);
+    EXPECT_EQ(nested(20000), BinaryPropertyList::tooDeep);
+}
+
+TEST(BinaryPropertyList, SurvivesTruncationAndBitFlips)
+{
+    Array sessions;
+    for (int i = 0; i < 5; ++i)
+        sessions.push_back(PropertyListValue(Dictionary{
+            {QStringLiteral("name"), PropertyListValue(QStringLiteral("session ✓ %1").arg(i))},
+            {QStringLiteral("when"), PropertyListValue(PropertyListValue::Date{i + 0.5})},
+            {QStringLiteral("count"), PropertyListValue(qint64(i) << 40)},
+            {QStringLiteral("items"), PropertyListValue(Array{PropertyListValue(true), PropertyListValue(1.25)})}}));
+    const QByteArray valid = BinaryPropertyList::encode(PropertyListValue(sessions));
+
+    for (qsizetype length = 0; length < valid.size(); ++length)
+        EXPECT_FALSE(BinaryPropertyList::decode(valid.left(length)).ok()) << length;
+
+    // Every single bit flipped in turn, then random multi-byte damage; the
+    // result may decode or not, but must never crash or hang.
+    int decoded = 0;
+    for (qsizetype bit = 0; bit < valid.size() * 8; ++bit) {
+        QByteArray damaged = valid;
+        damaged[bit / 8] = char(damaged[bit / 8] ^ (1 << (bit % 8)));
+        decoded += BinaryPropertyList::decode(damaged).ok();
+    }
+    QRandomGenerator random(7);
+    for (int round = 0; round < 3000; ++round) {
+        QByteArray damaged = valid;
+        for (int i = random.bounded(1, 8); i > 0; --i)
+            damaged[random.bounded(int(damaged.size()))] = char(random.bounded(256));
+        decoded += BinaryPropertyList::decode(damaged).ok();
+    }
+    for (int round = 0; round < 300; ++round) {
+        QByteArray noise(random.bounded(1, 400), '\0');
+        for (char& c : noise)
+            c = char(random.bounded(256));
+        if (round % 2)
+            noise.prepend("bplist00");
+        decoded += BinaryPropertyList::decode(noise).ok();
+    }
+    // Flips inside string payloads still decode; the count shows the loop ran.
+    EXPECT_GT(decoded, 0);
+}
+
+} // namespace
+} // namespace corvane

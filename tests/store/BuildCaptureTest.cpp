@@ -1,0 +1,339 @@
+#include "BuildHistoryPersistence.h"
+#include "StoreTestSupport.h"
+#include "TestEnvironment.h"
+
+#include <gtest/gtest.h>
+
+namespace corvane {
+namespace {
+
+using namespace corvane::test;
+using Kind = XcodeBuildWatcher::WatcherState::Kind;
+using State = XcodeBuildWatcher::WatcherState;
+
+const QString emDash = QStringLiteral("\u2014");
+
+class BuildCapture : public ::testing::Test {
+protected:
+    TestEnvironment environment;
+    BuildStore store;
+
+    QList<BuildSession> savedHistory() const
+    {
+        const Result<QList<BuildSession>> loaded = BuildHistoryPersistence().load();
+        return loaded ? loaded.value() : QList<BuildSession>{};
+    }
+};
+
+// A build of ExampleApp going through the store the way the watcher drives it.
+TEST_F(BuildCapture, TypicalBuildFromDetectionToSavedSession)
+{
+    const QString path = activityLogPath(QStringLiteral("ExampleApp"));
+    EXPECT_FALSE(store.activeSession());
+    EXPECT_EQ(store.activeComparison(), BuildComparison::empty());
+    store.applyWatcherState(State::watching());
+    EXPECT_EQ(store.statusText(), QStringLiteral("WATCHING XCODE"));
+    store.applyWatcherState(State::buildDetected(QStringLiteral("ExampleApp")));
+    EXPECT_EQ(store.statusText(), QStringLiteral("BUILD DETECTED \u2022 EXAMPLEAPP"));
+    store.applyWatcherState(State::processing(QStringLiteral("ExampleApp")));
+    EXPECT_EQ(store.statusText(), QStringLiteral("READING BUILD \u2022 EXAMPLEAPP"));
+
+    store.captureBuild(logText({warningAt(QStringLiteral("Model.swift"), 10, QStringLiteral("unused variable 'x'")),
+                                errorAt(QStringLiteral("View.swift"), 3, QStringLiteral("missing return")),
+                                noiseNote()}),
+                       path);
+    store.applyWatcherState(State::watching());
+
+    ASSERT_EQ(store.sessions().size(), 1);
+    const BuildSession& session = store.sessions().first();
+    EXPECT_EQ(session.projectName, QStringLiteral("ExampleApp"));
+    EXPECT_EQ(session.activityLogPath, path);
+    EXPECT_EQ(session.sourceName, u"ExampleApp " % emDash % u" 2 diagnostics");
+    EXPECT_EQ(session.diagnostics.size(), 3) << "noise is stored with the session";
+    EXPECT_FALSE(session.comparison.hasBaseline);
+    EXPECT_TRUE(session.comparison.newDiagnosticIDs.isEmpty());
+    EXPECT_EQ(store.activeSessionID(), session.id);
+    ASSERT_TRUE(store.selectedDiagnostic());
+    EXPECT_EQ(selectedMessage(store), QStringLiteral("missing return")) << "first error wins";
+    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("Build captured. Baseline established for ExampleApp."));
+    EXPECT_EQ(store.statusText(), QStringLiteral("WATCHING XCODE"));
+    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("Build captured. Baseline established for ExampleApp."))
+        << "going back to watching keeps the capture's message";
+    EXPECT_EQ(savedHistory(), store.sessions());
+}
+
+TEST_F(BuildCapture, SecondBuildReportsNewAndFixedAndSelectsTheNewError)
+{
+    const QString kept = warningAt(QStringLiteral("Model.swift"), 10, QStringLiteral("unused variable 'x'"));
+    const QString fixed = warningAt(QStringLiteral("Model.swift"), 20, QStringLiteral("deprecated call"));
+    const QString added = errorAt(QStringLiteral("View.swift"), 3, QStringLiteral("missing return"));
+    const QString olderError = errorAt(QStringLiteral("Another.swift"), 1, QStringLiteral("old failure"));
+
+    store.captureBuild(logText({olderError, kept, fixed}), activityLogPath(QStringLiteral("ExampleApp")));
+    const BuildSession first = store.sessions().first();
+    store.setWarningViewMode(BuildStore::WarningViewMode::ignored);
+    store.captureBuild(logText({olderError, kept, added}), activityLogPath(QStringLiteral("ExampleApp")));
+
+    ASSERT_EQ(store.sessions().size(), 2);
+    const BuildSession& second = store.sessions().first();
+    const BuildComparison& comparison = second.comparison;
+    EXPECT_TRUE(comparison.hasBaseline);
+    ASSERT_EQ(comparison.newDiagnosticIDs.size(), 1);
+    EXPECT_EQ(findByMessage(second.diagnostics, QStringLiteral("missing return"))->id,
+              *comparison.newDiagnosticIDs.begin());
+    ASSERT_EQ(comparison.fixedDiagnostics.size(), 1);
+    EXPECT_EQ(comparison.fixedDiagnostics.first(), *findByMessage(first.diagnostics, QStringLiteral("deprecated call")))
+        << "fixed diagnostics are the previous build's own records";
+    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("Compared with the previous ExampleApp build."));
+    EXPECT_EQ(selectedMessage(store), QStringLiteral("missing return"))
+        << "a new diagnostic is preferred over an older error listed first";
+    EXPECT_EQ(store.warningViewMode(), BuildStore::WarningViewMode::normal);
+    EXPECT_EQ(store.activeComparison(), comparison);
+    EXPECT_EQ(store.visibleFixedDiagnostics().size(), 1);
+}
+
+TEST_F(BuildCapture, BaselineIsTheSameProjectsNewestBuildWhateverCameBetween)
+{
+    const QString a = warningAt(QStringLiteral("A.swift"), 1, QStringLiteral("a"));
+    const QString b = warningAt(QStringLiteral("B.swift"), 2, QStringLiteral("b"));
+    store.captureBuild(logText({a}), activityLogPath(QStringLiteral("Alpha")));
+    store.captureBuild(logText({b}), activityLogPath(QStringLiteral("Alpha")));
+    store.captureBuild(logText({a}), activityLogPath(QStringLiteral("Beta")));
+    store.captureBuild(logText({a, b}), activityLogPath(QStringLiteral("alpha")));
+    EXPECT_FALSE(store.sessions().first().comparison.hasBaseline) << "project names match case-sensitively";
+    EXPECT_FALSE(store.sessions()[1].comparison.hasBaseline) << "another project's build is never a baseline";
+
+    store.captureBuild(logText({a, b}), activityLogPath(QStringLiteral("Alpha")));
+    const BuildComparison comparison = store.sessions().first().comparison;
+    EXPECT_TRUE(comparison.hasBaseline);
+    ASSERT_EQ(comparison.newDiagnosticIDs.size(), 1) << "only 'a' is new against Alpha's newest build";
+    EXPECT_EQ(*comparison.newDiagnosticIDs.begin(),
+              findByMessage(store.sessions().first().diagnostics, QStringLiteral("a"))->id);
+    EXPECT_TRUE(comparison.fixedDiagnostics.isEmpty());
+}
+
+TEST_F(BuildCapture, NoiseStaysOutOfComparisonsAndCounts)
+{
+    const QString otherNoise = QStringLiteral("note: PLANNING BUILD for scheme App");
+    store.captureBuild(logText({noiseNote()}), activityLogPath(QStringLiteral("App")));
+    EXPECT_EQ(store.sessions().first().sourceName, u"App " % emDash % u" Clean");
+    EXPECT_EQ(store.sessions().first().diagnostics.size(), 1);
+
+    store.setShowBuildNoise(true);
+    store.captureBuild(logText({otherNoise, warningAt(QStringLiteral("A.swift"), 1, QStringLiteral("only one"))}),
+                       activityLogPath(QStringLiteral("App")));
+    const BuildSession& session = store.sessions().first();
+    EXPECT_EQ(session.sourceName, u"App " % emDash % u" 1 diagnostic");
+    EXPECT_EQ(session.comparison.newDiagnosticIDs.size(), 1) << "new noise is not new";
+    EXPECT_TRUE(session.comparison.fixedDiagnostics.isEmpty()) << "vanished noise is not fixed";
+
+    store.captureBuild(logText({}), activityLogPath(QStringLiteral("App")));
+    EXPECT_EQ(store.sessions().first().sourceName, u"App " % emDash % u" Clean");
+    EXPECT_EQ(store.sessions().first().comparison.fixedDiagnostics.size(), 1);
+}
+
+TEST_F(BuildCapture, ComparisonKeepsDuplicatesAndPreviousOrder)
+{
+    const auto make = [](DiagnosticSeverity severity, const QString& message, std::optional<qint64> line) {
+        BuildDiagnostic d;
+        d.id = QUuid::createUuid();
+        d.severity = severity;
+        d.message = message;
+        d.filePath = QStringLiteral("/src/A.swift");
+        d.line = line;
+        return d;
+    };
+    const BuildDiagnostic moved = make(DiagnosticSeverity::warning, QStringLiteral("m"), 5);
+    const BuildDiagnostic movedNow = make(DiagnosticSeverity::warning, QStringLiteral("m"), 6);
+    const BuildDiagnostic gone1 = make(DiagnosticSeverity::error, QStringLiteral("z"), 1);
+    const BuildDiagnostic gone2 = make(DiagnosticSeverity::note, QStringLiteral("a"), 2);
+    const BuildDiagnostic twin1 = make(DiagnosticSeverity::error, QStringLiteral("twin"), 9);
+    const BuildDiagnostic twin2 = make(DiagnosticSeverity::error, QStringLiteral("twin"), 9);
+    BuildDiagnostic sameButRetimed = gone2;
+    sameButRetimed.id = QUuid::createUuid();
+    sameButRetimed.rawText = QStringLiteral("different raw text");
+    sameButRetimed.timestamp = AbsoluteTime{12345};
+
+    EXPECT_EQ(BuildStore::compareDiagnostics({moved}, std::nullopt), BuildComparison::empty());
+
+    const BuildComparison comparison =
+        BuildStore::compareDiagnostics({movedNow, twin1, twin2}, QList<BuildDiagnostic>{gone1, moved, gone2});
+    EXPECT_TRUE(comparison.hasBaseline);
+    EXPECT_EQ(comparison.newDiagnosticIDs, (QSet<QUuid>{movedNow.id, twin1.id, twin2.id}));
+    EXPECT_EQ(comparison.fixedDiagnostics, (QList<BuildDiagnostic>{gone1, moved, gone2}));
+
+    const BuildComparison unchanged = BuildStore::compareDiagnostics({sameButRetimed}, QList<BuildDiagnostic>{gone2});
+    EXPECT_TRUE(unchanged.newDiagnosticIDs.isEmpty()) << "id, raw text and time are not part of the identity";
+    EXPECT_TRUE(unchanged.fixedDiagnostics.isEmpty());
+
+    const BuildComparison fromEmpty = BuildStore::compareDiagnostics({}, QList<BuildDiagnostic>{});
+    EXPECT_TRUE(fromEmpty.hasBaseline) << "an empty previous build is still a baseline";
+}
+
+TEST_F(BuildCapture, HistoryKeepsTheNewestForty)
+{
+    QList<QUuid> ids;
+    for (int i = 0; i < 41; ++i) {
+        store.captureBuild(logText({warningAt(QStringLiteral("A.swift"), i + 1, QStringLiteral("w"))}),
+                           activityLogPath(QStringLiteral("App")));
+        ids.prepend(store.sessions().first().id);
+    }
+    ASSERT_EQ(store.sessions().size(), historyLimit);
+    for (qsizetype i = 0; i < historyLimit; ++i)
+        EXPECT_EQ(store.sessions()[i].id, ids[i]);
+    EXPECT_EQ(savedHistory().size(), historyLimit);
+
+    store.captureManualLog(QStringLiteral("warning: manual"), QStringLiteral("build.log"));
+    EXPECT_EQ(store.sessions().size(), historyLimit);
+    EXPECT_EQ(store.sessions().last().id, ids[historyLimit - 2]);
+}
+
+TEST_F(BuildCapture, CaptureWhileAnotherProjectIsFocusedIsOnlyRecorded)
+{
+    store.captureBuild(logText({errorAt(QStringLiteral("A.swift"), 1, QStringLiteral("alpha error"))}),
+                       activityLogPath(QStringLiteral("Alpha")));
+    store.captureBuild(logText({errorAt(QStringLiteral("B.swift"), 1, QStringLiteral("beta error"))}),
+                       activityLogPath(QStringLiteral("Beta")));
+    store.setFocusedProject(QStringLiteral("Alpha"));
+    store.setWarningViewMode(BuildStore::WarningViewMode::pinned);
+    const auto active = store.activeSessionID();
+    const auto selected = store.selectedDiagnosticID();
+    const auto message = store.lastWatcherMessage();
+
+    store.captureBuild(logText({errorAt(QStringLiteral("B.swift"), 2, QStringLiteral("beta again"))}),
+                       activityLogPath(QStringLiteral("Beta")));
+    EXPECT_EQ(store.sessions().size(), 3);
+    EXPECT_EQ(savedHistory().size(), 3);
+    EXPECT_EQ(store.activeSessionID(), active);
+    EXPECT_EQ(store.selectedDiagnosticID(), selected);
+    EXPECT_EQ(store.lastWatcherMessage(), message);
+    EXPECT_EQ(store.warningViewMode(), BuildStore::WarningViewMode::pinned);
+
+    store.captureBuild(logText({errorAt(QStringLiteral("A.swift"), 1, QStringLiteral("alpha error"))}),
+                       activityLogPath(QStringLiteral("Alpha")));
+    EXPECT_EQ(store.activeSessionID(), store.sessions().first().id) << "the focused project's build is shown";
+    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("Compared with the previous Alpha build."));
+    EXPECT_EQ(store.warningViewMode(), BuildStore::WarningViewMode::normal);
+}
+
+TEST_F(BuildCapture, ManualCapturesAreStandAloneAndHiddenByAnyFocus)
+{
+    store.captureBuild(logText({errorAt(QStringLiteral("A.swift"), 1, QStringLiteral("alpha error"))}),
+                       activityLogPath(QStringLiteral("Alpha")));
+    store.captureManualLog(QStringLiteral("note: Target dependency graph (1 target)\nnote: first note"),
+                           QStringLiteral("build.log"));
+    const BuildSession manual = store.sessions().first();
+    EXPECT_EQ(manual.projectName, QStringLiteral("Manual"));
+    EXPECT_EQ(manual.sourceName, QStringLiteral("build.log"));
+    EXPECT_FALSE(manual.activityLogPath);
+    EXPECT_EQ(manual.comparison, BuildComparison::empty());
+    EXPECT_EQ(store.activeSessionID(), manual.id);
+    EXPECT_EQ(selectedMessage(store), QStringLiteral("Target dependency graph (1 target)"))
+        << "a manual capture chooses among all its diagnostics, noise included";
+    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("Build captured. Baseline established for Alpha."));
+
+    store.captureManualLog(QStringLiteral("warning: again"), QStringLiteral("build.log"));
+    EXPECT_FALSE(store.sessions().first().comparison.hasBaseline) << "manual logs never compare";
+
+    // A focus on a project that has no session at all still holds manual captures back.
+    store.setFocusedProject(QStringLiteral("Gone"));
+    store.captureManualLog(QStringLiteral("error: hidden"), QStringLiteral("other.log"));
+    EXPECT_EQ(store.sessions().size(), 4);
+    EXPECT_EQ(savedHistory().size(), 4);
+    EXPECT_FALSE(store.activeSessionID());
+    EXPECT_FALSE(store.selectedDiagnosticID());
+
+    // Not even a focus on "Manual" itself lets them through.
+    store.setFocusedProject(QStringLiteral("Manual"));
+    const auto shownManual = store.activeSessionID();
+    store.captureManualLog(QStringLiteral("error: also hidden"), QStringLiteral("third.log"));
+    EXPECT_EQ(store.activeSessionID(), shownManual);
+    EXPECT_NE(store.activeSessionID(), store.sessions().first().id);
+}
+
+TEST_F(BuildCapture, WatcherStatesAndFailureMessages)
+{
+    EXPECT_EQ(store.captureState().kind, Kind::stopped);
+    EXPECT_EQ(store.statusText(), QStringLiteral("WATCHER OFF"));
+
+    store.applyWatcherState(State::processing(QStringLiteral("stra\u00DFe-\u01C6")));
+    EXPECT_EQ(store.statusText(), QStringLiteral("READING BUILD \u2022 STRASSE-\u01C4"))
+        << "full Unicode upper-casing";
+
+    store.applyWatcherState(State::failed(QStringLiteral("The folder could not be read.")));
+    EXPECT_EQ(store.statusText(), QStringLiteral("WATCHER ISSUE"));
+    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("The folder could not be read."));
+    store.applyWatcherState(State::watching());
+    store.applyWatcherState(State::stopped());
+    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("The folder could not be read."));
+
+    store.setFocusedProject(QStringLiteral("Other"));
+    store.captureBuild(logText({}), activityLogPath(QStringLiteral("App")));
+    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("The folder could not be read."))
+        << "a capture that is not shown does not replace the message";
+    store.setFocusedProject(std::nullopt);
+    store.captureBuild(logText({}), activityLogPath(QStringLiteral("App")));
+    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("Compared with the previous App build."));
+}
+
+TEST(BuildStoreTitles, ViewModesAndStates)
+{
+    QStringList titles;
+    for (const BuildStore::WarningViewMode mode : BuildStore::allWarningViewModes)
+        titles.append(BuildStore::title(mode));
+    EXPECT_EQ(titles, (QStringList{QStringLiteral("Warnings"), QStringLiteral("Pinned"), QStringLiteral("Ignored")}));
+    EXPECT_EQ((BuildStore::CaptureState{Kind::buildDetected, QStringLiteral("\u00E9clair")}).statusText(),
+              QStringLiteral("BUILD DETECTED \u2022 \u00C9CLAIR"));
+}
+
+TEST_F(BuildCapture, DefaultSelectionOrder)
+{
+    const auto make = [](DiagnosticSeverity severity) {
+        BuildDiagnostic d;
+        d.id = QUuid::createUuid();
+        d.severity = severity;
+        d.message = QStringLiteral("m");
+        return d;
+    };
+    const BuildDiagnostic note = make(DiagnosticSeverity::note);
+    const BuildDiagnostic warning = make(DiagnosticSeverity::warning);
+    const BuildDiagnostic error = make(DiagnosticSeverity::error);
+    const BuildDiagnostic newNote = make(DiagnosticSeverity::note);
+    const BuildDiagnostic laterError = make(DiagnosticSeverity::error);
+
+    store.selectDefaultDiagnostic({note, warning, error, newNote}, {newNote.id, QUuid::createUuid()});
+    EXPECT_EQ(store.selectedDiagnosticID(), newNote.id);
+    store.selectDefaultDiagnostic({note, warning, error, laterError}, {QUuid::createUuid()});
+    EXPECT_EQ(store.selectedDiagnosticID(), error.id);
+    store.selectDefaultDiagnostic({note, warning}, {});
+    EXPECT_EQ(store.selectedDiagnosticID(), warning.id);
+    store.selectDefaultDiagnostic({note, newNote}, {});
+    EXPECT_EQ(store.selectedDiagnosticID(), note.id);
+    store.selectDefaultDiagnostic({}, {note.id});
+    EXPECT_FALSE(store.selectedDiagnosticID());
+}
+
+TEST_F(BuildCapture, SelectingASessionResetsTheViewButKeepsFilters)
+{
+    store.captureBuild(logText({noiseNote(), QStringLiteral("note: real note")}),
+                       activityLogPath(QStringLiteral("App")));
+    const BuildSession first = store.sessions().first();
+    store.captureBuild(logText({}), activityLogPath(QStringLiteral("Other")));
+    store.setSearchText(QStringLiteral("abc"));
+    store.setSeverityFilter({DiagnosticSeverity::note});
+    store.setWarningViewMode(BuildStore::WarningViewMode::ignored);
+
+    store.selectSession(first);
+    EXPECT_EQ(store.activeSessionID(), first.id);
+    EXPECT_EQ(store.warningViewMode(), BuildStore::WarningViewMode::normal);
+    EXPECT_EQ(selectedMessage(store), QStringLiteral("real note")) << "noise is skipped";
+    EXPECT_EQ(store.searchText(), QStringLiteral("abc"));
+    EXPECT_EQ(store.severityFilter(), QSet<DiagnosticSeverity>{DiagnosticSeverity::note});
+
+    store.setShowBuildNoise(true);
+    store.selectSession(store.sessions()[1]);
+    EXPECT_EQ(selectedMessage(store), QStringLiteral("Target dependency graph (3 targets)"));
+}
+
+} // namespace
+} // namespace corvane

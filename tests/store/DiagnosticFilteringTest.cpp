@@ -1,0 +1,238 @@
+#include "StoreTestSupport.h"
+#include "TestEnvironment.h"
+
+#include <gtest/gtest.h>
+
+namespace corvane {
+namespace {
+
+using namespace corvane::test;
+using Mode = BuildStore::WarningViewMode;
+
+class DiagnosticFiltering : public ::testing::Test {
+protected:
+    TestEnvironment environment;
+    BuildStore store;
+
+    void capture(const QStringList& lines, const QString& project = QStringLiteral("App"))
+    {
+        store.captureBuild(logText(lines), activityLogPath(project));
+    }
+    QStringList visible() const { return messages(store.visibleDiagnostics()); }
+    BuildDiagnostic diagnostic(const QString& message) const
+    {
+        const std::optional<BuildSession> session = store.activeSession();
+        const BuildDiagnostic* found = session ? findByMessage(session->diagnostics, message) : nullptr;
+        EXPECT_TRUE(found) << message.toStdString();
+        return found ? *found : BuildDiagnostic{};
+    }
+};
+
+TEST_F(DiagnosticFiltering, DisplayOrderSeverityPinsFileNamesAndLines)
+{
+    capture({noteAt(QStringLiteral("A.swift"), 1, QStringLiteral("n1")),
+             warningAt(QStringLiteral("b.swift"), 9, QStringLiteral("w-b9")),
+             warningAt(QStringLiteral("C.swift"), 1, QStringLiteral("w-C1-pinned")),
+             warningAt(QStringLiteral("a.swift"), 30, QStringLiteral("w-a30")),
+             warningAt(QStringLiteral("a.swift"), 4, QStringLiteral("w-a4")),
+             errorAt(QStringLiteral("Z.swift"), 2, QStringLiteral("e-Z")),
+             QStringLiteral("warning: no location"),
+             errorAt(QStringLiteral("\u00C9cran.swift"), 7, QStringLiteral("e-Ecran")),
+             errorAt(QStringLiteral("Eclair.swift"), 7, QStringLiteral("e-Eclair"))});
+    store.setSeverityFilter({DiagnosticSeverity::error, DiagnosticSeverity::warning, DiagnosticSeverity::note});
+    store.togglePin(diagnostic(QStringLiteral("w-C1-pinned")));
+
+    EXPECT_EQ(visible(), (QStringList{QStringLiteral("e-Eclair"), QStringLiteral("e-Ecran"), QStringLiteral("e-Z"),
+                                      QStringLiteral("w-C1-pinned"), QStringLiteral("w-a4"), QStringLiteral("w-a30"),
+                                      QStringLiteral("w-b9"), QStringLiteral("no location"), QStringLiteral("n1")}))
+        << "errors, then pinned warnings, then by file name ignoring case (\"Build\" for no file), then line";
+}
+
+TEST_F(DiagnosticFiltering, NamesDifferingOnlyInCaseKeepTheirOrderWhateverTheLines)
+{
+    capture({warningAt(QStringLiteral("view.swift"), 50, QStringLiteral("lower-50")),
+             warningAt(QStringLiteral("View.swift"), 10, QStringLiteral("upper-10")),
+             warningAt(QStringLiteral("view.swift"), 20, QStringLiteral("lower-20"))});
+    const BuildDiagnostic lower50 = diagnostic(QStringLiteral("lower-50"));
+    const BuildDiagnostic upper10 = diagnostic(QStringLiteral("upper-10"));
+    EXPECT_FALSE(store.diagnosticDisplayOrder(lower50, upper10));
+    EXPECT_FALSE(store.diagnosticDisplayOrder(upper10, lower50));
+    EXPECT_TRUE(store.diagnosticDisplayOrder(diagnostic(QStringLiteral("lower-20")), lower50));
+    EXPECT_EQ(visible().size(), 3);
+
+    capture({warningAt(QStringLiteral("View.swift"), 50, QStringLiteral("upper-50")),
+             warningAt(QStringLiteral("view.swift"), 10, QStringLiteral("lower-10")),
+             warningAt(QStringLiteral("apple.swift"), 99, QStringLiteral("apple"))});
+    EXPECT_EQ(visible(), (QStringList{QStringLiteral("apple"), QStringLiteral("upper-50"), QStringLiteral("lower-10")}));
+}
+
+TEST_F(DiagnosticFiltering, MissingLinesSortLast)
+{
+    BuildDiagnostic withLine;
+    withLine.severity = DiagnosticSeverity::warning;
+    withLine.line = std::numeric_limits<qint64>::max() - 1;
+    BuildDiagnostic withoutLine = withLine;
+    withoutLine.line.reset();
+    BuildDiagnostic alsoWithout = withoutLine;
+    alsoWithout.message = QStringLiteral("other");
+    EXPECT_TRUE(store.diagnosticDisplayOrder(withLine, withoutLine));
+    EXPECT_FALSE(store.diagnosticDisplayOrder(withoutLine, withLine));
+    EXPECT_FALSE(store.diagnosticDisplayOrder(withoutLine, alsoWithout));
+    EXPECT_FALSE(store.diagnosticDisplayOrder(alsoWithout, withoutLine));
+
+    BuildDiagnostic column9 = withLine;
+    column9.column = 9;
+    BuildDiagnostic column1 = withLine;
+    column1.column = 1;
+    EXPECT_FALSE(store.diagnosticDisplayOrder(column9, column1)) << "columns are not consulted";
+}
+
+TEST_F(DiagnosticFiltering, SeverityFilterAndWarningViews)
+{
+    capture({errorAt(QStringLiteral("A.swift"), 1, QStringLiteral("error")),
+             warningAt(QStringLiteral("A.swift"), 2, QStringLiteral("plain warning")),
+             warningAt(QStringLiteral("A.swift"), 3, QStringLiteral("pinned warning")),
+             warningAt(QStringLiteral("A.swift"), 4, QStringLiteral("ignored warning")),
+             noteAt(QStringLiteral("A.swift"), 5, QStringLiteral("note"))});
+    store.togglePin(diagnostic(QStringLiteral("pinned warning")));
+    store.toggleIgnore(diagnostic(QStringLiteral("ignored warning")));
+
+    EXPECT_EQ(visible(), (QStringList{QStringLiteral("error"), QStringLiteral("pinned warning"),
+                                      QStringLiteral("plain warning")}));
+    store.setSeverityFilter({});
+    EXPECT_TRUE(visible().isEmpty());
+    store.setWarningViewMode(Mode::pinned);
+    EXPECT_EQ(visible(), QStringList{QStringLiteral("pinned warning")}) << "the severity filter plays no part";
+    store.setWarningViewMode(Mode::ignored);
+    EXPECT_EQ(visible(), QStringList{QStringLiteral("ignored warning")});
+    store.setSeverityFilter({DiagnosticSeverity::note});
+    store.setWarningViewMode(Mode::normal);
+    EXPECT_EQ(visible(), QStringList{QStringLiteral("note")});
+}
+
+TEST_F(DiagnosticFiltering, SearchLooksAtMessageAndFileNameOnly)
+{
+    capture({errorAt(QStringLiteral("ContentView.swift"), 1, QStringLiteral("cannot find 'x'")),
+             warningAt(QStringLiteral("Model.swift"), 2, QStringLiteral("Sources folder is odd")),
+             warningAt(QStringLiteral("Other.swift"), 3, QStringLiteral("Caf\u00E9 is closed")),
+             QStringLiteral("warning: located nowhere")});
+
+    store.setSearchText(QStringLiteral(" \n\t "));
+    EXPECT_EQ(visible().size(), 4) << "blank search filters nothing";
+    store.setSearchText(QStringLiteral("  contentview.SWIFT\n"));
+    EXPECT_EQ(visible(), QStringList{QStringLiteral("cannot find 'x'")});
+    store.setSearchText(QStringLiteral("sources"));
+    EXPECT_EQ(visible(), QStringList{QStringLiteral("Sources folder is odd")})
+        << "every file is in a Sources folder, but directories are not searched";
+    store.setSearchText(QStringLiteral("build"));
+    EXPECT_EQ(visible(), QStringList{QStringLiteral("located nowhere")}) << "no file means the name \"Build\"";
+    store.setSearchText(QStringLiteral("CAF\u00C9"));
+    EXPECT_EQ(visible(), QStringList{QStringLiteral("Caf\u00E9 is closed")});
+    store.setSearchText(QStringLiteral("cafe"));
+    EXPECT_TRUE(visible().isEmpty()) << "diacritics count";
+    store.setSearchText(QStringLiteral("error"));
+    EXPECT_TRUE(visible().isEmpty()) << "the raw text is not searched";
+}
+
+TEST_F(DiagnosticFiltering, BuildNoiseIsHiddenUnlessShown)
+{
+    capture({QStringLiteral("note: COMPUTE TARGET DEPENDENCY GRAPH"),
+             QStringLiteral("warning: Target dependency graph has a cycle"),
+             noteAt(QStringLiteral("A.swift"), 1, QStringLiteral("plain note"))});
+    store.setSeverityFilter({DiagnosticSeverity::warning, DiagnosticSeverity::note});
+    EXPECT_EQ(visible(), (QStringList{QStringLiteral("Target dependency graph has a cycle"),
+                                      QStringLiteral("plain note")}));
+    store.setShowBuildNoise(true);
+    EXPECT_EQ(visible().size(), 3);
+
+    // Noise that disappears is never fixed, even while it is shown.
+    capture({});
+    EXPECT_EQ(messages(store.visibleFixedDiagnostics()),
+              (QStringList{QStringLiteral("plain note"), QStringLiteral("Target dependency graph has a cycle")}));
+}
+
+TEST_F(DiagnosticFiltering, FixedDiagnosticsCanBeSelectedUntilTheSelectionIsRepaired)
+{
+    capture({warningAt(QStringLiteral("A.swift"), 1, QStringLiteral("going away")),
+             warningAt(QStringLiteral("A.swift"), 2, QStringLiteral("staying"))});
+    const BuildDiagnostic goingAway = diagnostic(QStringLiteral("going away"));
+    capture({warningAt(QStringLiteral("A.swift"), 2, QStringLiteral("staying"))});
+
+    EXPECT_EQ(store.visibleFixedDiagnostics(), QList<BuildDiagnostic>{goingAway});
+    store.setSelectedDiagnosticID(goingAway.id);
+    ASSERT_TRUE(store.selectedDiagnostic());
+    EXPECT_EQ(*store.selectedDiagnostic(), goingAway);
+
+    store.ensureSelectionVisible();
+    EXPECT_EQ(selectedMessage(store), QStringLiteral("staying"));
+
+    store.setSelectedDiagnosticID(QUuid::createUuid());
+    EXPECT_FALSE(store.selectedDiagnostic()) << "a stale id shows nothing";
+    store.setSeverityFilter({DiagnosticSeverity::error});
+    store.ensureSelectionVisible();
+    EXPECT_FALSE(store.selectedDiagnosticID()) << "nothing visible clears the selection";
+}
+
+TEST_F(DiagnosticFiltering, SelectionOfAnotherSessionIsNotShown)
+{
+    capture({errorAt(QStringLiteral("A.swift"), 1, QStringLiteral("in first"))});
+    const QUuid firstError = store.selectedDiagnosticID().value();
+    capture({errorAt(QStringLiteral("B.swift"), 1, QStringLiteral("in second"))}, QStringLiteral("Other"));
+    store.setSelectedDiagnosticID(firstError);
+    EXPECT_FALSE(store.selectedDiagnostic());
+}
+
+TEST_F(DiagnosticFiltering, VisibleSessionsFollowTheFocus)
+{
+    for (int i = 0; i < 12; ++i)
+        capture({}, QStringLiteral("Alpha"));
+    capture({}, QStringLiteral("Beta"));
+    capture({}, QStringLiteral("alpha"));
+
+    const QList<BuildSession> all = store.visibleSessions();
+    ASSERT_EQ(all.size(), BuildStore::visibleSessionLimit);
+    EXPECT_EQ(all.first().projectName, QStringLiteral("alpha"));
+    EXPECT_EQ(all.first(), store.sessions().first());
+
+    store.setFocusedProject(QStringLiteral("Alpha"));
+    const QList<BuildSession> alpha = store.visibleSessions();
+    ASSERT_EQ(alpha.size(), 10);
+    EXPECT_EQ(alpha.first(), store.sessions()[2]);
+    for (const BuildSession& session : alpha)
+        EXPECT_EQ(session.projectName, QStringLiteral("Alpha"));
+
+    store.setFocusedProject(QStringLiteral("Beta"));
+    ASSERT_EQ(store.visibleSessions().size(), 1);
+}
+
+TEST_F(DiagnosticFiltering, PinsBelongToTheSessionsProject)
+{
+    const QString shared = warningAt(QStringLiteral("Shared.swift"), 4, QStringLiteral("shared warning"));
+    capture({shared}, QStringLiteral("Alpha"));
+    const BuildDiagnostic alphaWarning = diagnostic(QStringLiteral("shared warning"));
+    store.togglePin(alphaWarning);
+    store.toggleIgnore(alphaWarning);
+    store.togglePin(alphaWarning);
+    EXPECT_TRUE(store.isPinned(alphaWarning));
+    EXPECT_FALSE(store.isIgnored(alphaWarning)) << "pinning an ignored warning restores it";
+
+    capture({shared}, QStringLiteral("Beta"));
+    const BuildDiagnostic betaWarning = diagnostic(QStringLiteral("shared warning"));
+    EXPECT_FALSE(store.isPinned(betaWarning));
+    store.setWarningViewMode(Mode::pinned);
+    EXPECT_TRUE(visible().isEmpty());
+    EXPECT_TRUE(store.isDiagnosticVisible(betaWarning, store.sessions()[1]))
+        << "visibility uses the project of the session being filtered";
+
+    store.setWarningViewMode(Mode::normal);
+    store.toggleIgnore(betaWarning);
+    EXPECT_TRUE(visible().isEmpty());
+    store.selectSession(store.sessions()[1]);
+    EXPECT_EQ(visible(), QStringList{QStringLiteral("shared warning")}) << "Alpha's copy is pinned, not ignored";
+
+    capture({warningAt(QStringLiteral("Shared.swift"), 5, QStringLiteral("shared warning"))}, QStringLiteral("Alpha"));
+    EXPECT_FALSE(store.isPinned(diagnostic(QStringLiteral("shared warning")))) << "a moved warning is a new one";
+}
+
+} // namespace
+} // namespace corvane

@@ -1,0 +1,260 @@
+#include "BuildHistoryPersistence.h"
+#include "StoreTestSupport.h"
+#include "TestEnvironment.h"
+#include "UserCommands.h"
+
+#include <QDir>
+#include <QFile>
+#include <QSettings>
+
+#include <gtest/gtest.h>
+
+namespace corvane {
+namespace {
+
+using namespace corvane::test;
+using Mode = BuildStore::WarningViewMode;
+
+class UserCommands : public ::testing::Test {
+protected:
+    TestEnvironment environment;
+    RecordingPlatform platform;
+    BuildStore store{&platform};
+
+    QString historyFile() const { return environment.appFolder() + u'/' + BuildHistoryPersistence::fileName; }
+};
+
+TEST_F(UserCommands, SampleLogListsErrorAndWarningsAndSelectsTheError)
+{
+    store.loadSampleDiagnostics();
+    ASSERT_EQ(store.sessions().size(), 1);
+    const BuildSession& session = store.sessions().first();
+    EXPECT_EQ(session.sourceName, QStringLiteral("Sample Xcode Build"));
+    EXPECT_EQ(session.projectName, QStringLiteral("Manual"));
+    EXPECT_EQ(session.diagnostics.size(), 5);
+    EXPECT_EQ(messages(store.visibleDiagnostics()),
+              (QStringList{QStringLiteral("cannot find 'widgetTitle' in scope"),
+                           QStringLiteral("variable 'level' was never mutated; consider changing to 'let' constant"),
+                           QStringLiteral("result of call to 'drawFrame()' is unused")}));
+    EXPECT_EQ(selectedMessage(store), QStringLiteral("cannot find 'widgetTitle' in scope"));
+
+    store.setSeverityFilter({DiagnosticSeverity::error, DiagnosticSeverity::warning, DiagnosticSeverity::note});
+    EXPECT_EQ(store.visibleDiagnostics().size(), 4) << "the located note, not the noise";
+
+    EXPECT_FALSE(sampleBuildLog().endsWith(u'\n'));
+    EXPECT_EQ(sampleBuildLog().split(u'\n').size(), 5);
+
+    store.setFocusedProject(QStringLiteral("Elsewhere"));
+    store.loadSampleDiagnostics();
+    EXPECT_EQ(store.sessions().size(), 2) << "loading again adds another session, even when not shown";
+    EXPECT_NE(store.sessions()[0].id, store.sessions()[1].id);
+    EXPECT_TRUE(store.projectNames().isEmpty());
+}
+
+TEST_F(UserCommands, ImportReadsUtf8AndNamesTheSessionAfterTheFile)
+{
+    const QString path = environment.root() + QStringLiteral("/logs/build.log");
+    writeFile(path, QStringLiteral("/src/Caf\u00E9.swift:3:1: warning: na\u00EFve code\n").toUtf8());
+    platform.chosenFile = path;
+    store.importPlainTextLog();
+
+    EXPECT_EQ(platform.chooserMessages, QStringList{QStringLiteral("Choose a plain-text Xcode or compiler build log.")});
+    EXPECT_TRUE(platform.alerts.isEmpty());
+    ASSERT_EQ(store.sessions().size(), 1);
+    EXPECT_EQ(store.sessions().first().sourceName, QStringLiteral("build.log"));
+    EXPECT_EQ(store.sessions().first().projectName, QStringLiteral("Manual"));
+    ASSERT_EQ(store.sessions().first().diagnostics.size(), 1);
+    EXPECT_EQ(store.sessions().first().diagnostics.first().message, QStringLiteral("na\u00EFve code"));
+    EXPECT_FALSE(store.lastWatcherMessage());
+
+    writeFile(path, QByteArray());
+    store.importPlainTextLog();
+    EXPECT_EQ(store.sessions().size(), 2) << "an empty log is still a session";
+}
+
+TEST_F(UserCommands, UnreadableImportsAlertAndChangeNothing)
+{
+    store.loadSampleDiagnostics();
+    const auto sessions = store.sessions();
+
+    platform.chosenFile.reset();
+    store.importPlainTextLog();
+    EXPECT_TRUE(platform.alerts.isEmpty()) << "a cancelled chooser is silent";
+
+    const QString latin1 = environment.root() + QStringLiteral("/latin1.log");
+    writeFile(latin1, QByteArray("warning: caf\xE9\n"));
+    platform.chosenFile = latin1;
+    store.importPlainTextLog();
+
+    platform.chosenFile = environment.root() + QStringLiteral("/missing.log");
+    store.importPlainTextLog();
+
+    platform.chosenFile = environment.root();
+    store.importPlainTextLog();
+
+    ASSERT_EQ(platform.alerts.size(), 3);
+    const QString prefix = QStringLiteral("Corvane could not read that log file.\n\n");
+    for (const auto& [title, text] : platform.alerts) {
+        EXPECT_EQ(title, QStringLiteral("Corvane"));
+        EXPECT_TRUE(text.startsWith(prefix)) << text.toStdString();
+        const QString description = text.mid(prefix.size());
+        EXPECT_FALSE(description.trimmed().isEmpty());
+        EXPECT_FALSE(description.contains(u'\n')) << "one line: " << description.toStdString();
+    }
+    EXPECT_TRUE(platform.alerts[0].second.contains(QStringLiteral("UTF-8")));
+    EXPECT_EQ(store.sessions(), sessions);
+}
+
+TEST_F(UserCommands, CommandsNeedingTheDesktopDoNothingWithoutOne)
+{
+    BuildStore headless;
+    headless.importPlainTextLog();
+    EXPECT_TRUE(headless.sessions().isEmpty());
+    headless.loadSampleDiagnostics();
+    EXPECT_EQ(headless.sessions().size(), 1) << "the sample needs no desktop";
+}
+
+TEST_F(UserCommands, ClearHistoryKeepsPreferencesAndFilters)
+{
+    store.captureBuild(logText({warningAt(QStringLiteral("A.swift"), 1, QStringLiteral("w"))}),
+                       activityLogPath(QStringLiteral("App")));
+    store.togglePin(store.activeSession()->diagnostics.first());
+    store.captureBuild(logText({warningAt(QStringLiteral("B.swift"), 1, QStringLiteral("v"))}),
+                       activityLogPath(QStringLiteral("App")));
+    store.toggleIgnore(store.activeSession()->diagnostics.first());
+    store.setFocusedProject(QStringLiteral("App"));
+    store.setSeverityFilter({DiagnosticSeverity::note});
+    store.setShowBuildNoise(true);
+    store.setSearchText(QStringLiteral("x"));
+    store.setWarningViewMode(Mode::pinned);
+    store.applyWatcherState(XcodeBuildWatcher::WatcherState::watching());
+    ASSERT_TRUE(QFile::exists(historyFile()));
+    const auto pinned = store.pinnedDiagnostics();
+    const auto ignored = store.ignoredDiagnostics();
+
+    store.clearHistory();
+    EXPECT_TRUE(store.sessions().isEmpty());
+    EXPECT_FALSE(store.activeSessionID());
+    EXPECT_FALSE(store.selectedDiagnosticID());
+    EXPECT_FALSE(store.focusedProjectName());
+    EXPECT_EQ(store.warningViewMode(), Mode::normal);
+    EXPECT_TRUE(store.searchText().isEmpty());
+    EXPECT_FALSE(store.lastWatcherMessage());
+    EXPECT_FALSE(QSettings(QStringLiteral("Corvane"), QStringLiteral("Corvane")).contains(BuildStore::projectFocusDefaultsKey));
+    EXPECT_FALSE(QFile::exists(historyFile()));
+
+    EXPECT_EQ(store.pinnedDiagnostics(), pinned);
+    EXPECT_EQ(store.ignoredDiagnostics(), ignored);
+    EXPECT_EQ(store.severityFilter(), QSet<DiagnosticSeverity>{DiagnosticSeverity::note});
+    EXPECT_TRUE(store.showBuildNoise());
+    EXPECT_EQ(store.captureState().kind, XcodeBuildWatcher::WatcherState::Kind::watching);
+
+    BuildStore restarted;
+    EXPECT_TRUE(restarted.sessions().isEmpty());
+    EXPECT_EQ(restarted.pinnedDiagnostics(), pinned);
+}
+
+TEST_F(UserCommands, FailedClearIsReported)
+{
+    store.loadSampleDiagnostics();
+    ASSERT_TRUE(QFile::exists(historyFile()));
+    // A folder where the file should be cannot be removed as a file.
+    QFile::remove(historyFile());
+    QDir().mkpath(historyFile() + QStringLiteral("/blocker"));
+
+    store.clearHistory();
+    EXPECT_TRUE(store.sessions().isEmpty());
+    ASSERT_TRUE(store.lastWatcherMessage());
+    EXPECT_TRUE(store.lastWatcherMessage()->startsWith(QStringLiteral("Could not clear saved build history: ")))
+        << store.lastWatcherMessage()->toStdString();
+    EXPECT_GT(store.lastWatcherMessage()->size(), QStringLiteral("Could not clear saved build history: ").size());
+}
+
+TEST_F(UserCommands, OpenInXcodePassesEachArgumentSeparately)
+{
+    BuildDiagnostic d;
+    d.severity = DiagnosticSeverity::error;
+    d.filePath = QStringLiteral("/Users/dev/My App/Content View.swift");
+    d.line = 48;
+    d.column = 17;
+    openInXcode(d, platform);
+    d.line.reset();
+    openInXcode(d, platform);
+    d.filePath.reset();
+    openInXcode(d, platform);
+
+    ASSERT_EQ(platform.launches.size(), 2);
+    EXPECT_EQ(platform.launches[0].program, QStringLiteral("/usr/bin/xcrun"));
+    EXPECT_EQ(platform.launches[0].arguments,
+              (QStringList{QStringLiteral("xed"), QStringLiteral("--line"), QStringLiteral("48"),
+                           QStringLiteral("/Users/dev/My App/Content View.swift")}));
+    EXPECT_EQ(platform.launches[1].arguments,
+              (QStringList{QStringLiteral("xed"), QStringLiteral("/Users/dev/My App/Content View.swift")}));
+    EXPECT_TRUE(platform.openedWithDefaultApplication.isEmpty());
+
+    platform.canStartPrograms = false;
+    d.filePath = QStringLiteral("/src/A.swift");
+    d.line = 3;
+    openInXcode(d, platform);
+    EXPECT_EQ(platform.openedWithDefaultApplication, QStringList{QStringLiteral("/src/A.swift")});
+}
+
+TEST_F(UserCommands, CopyingReplacesTheClipboard)
+{
+    store.loadSampleDiagnostics();
+    const BuildDiagnostic error = *store.selectedDiagnostic();
+    copyToPasteboard(error.cleanErrorText(), platform);
+    copyToPasteboard(error.chatGPTPrompt(), platform);
+    EXPECT_EQ(platform.clipboard, error.chatGPTPrompt());
+    EXPECT_EQ(platform.clipboardWrites, 2);
+    EXPECT_EQ(platform.clipboard.count(QStringLiteral("cannot find 'widgetTitle' in scope")), 2)
+        << "message and raw text, once each";
+}
+
+TEST_F(UserCommands, RestartingTheWatcherPassesThroughStopped)
+{
+    QList<XcodeBuildWatcher::WatcherState::Kind> seen;
+    QObject::connect(&store, &BuildStore::aboutToChange, [&](BuildStore::Field field) {
+        if (field == BuildStore::Field::captureState)
+            seen.append(store.captureState().kind);
+    });
+    store.restartWatcher();
+    store.watcher().stop();
+    using Kind = XcodeBuildWatcher::WatcherState::Kind;
+    // Each entry is the state just before a change.
+    EXPECT_EQ(seen, (QList<Kind>{Kind::stopped, Kind::stopped, Kind::watching}));
+    EXPECT_EQ(store.captureState().kind, Kind::stopped);
+    EXPECT_TRUE(store.sessions().isEmpty());
+}
+
+TEST_F(UserCommands, WatcherIsCreatedOnceAndNotStarted)
+{
+    XcodeBuildWatcher& watcher = store.watcher();
+    EXPECT_EQ(&watcher, &store.watcher());
+    EXPECT_FALSE(watcher.isRunning());
+    EXPECT_EQ(store.captureState().kind, XcodeBuildWatcher::WatcherState::Kind::stopped);
+    EXPECT_EQ(watcher.derivedDataPath(), environment.derivedData());
+
+    watcher.onBuild(activityLogPath(QStringLiteral("Wired")), logText({}));
+    EXPECT_EQ(store.sessions().first().projectName, QStringLiteral("Wired"));
+    watcher.onStateChange(XcodeBuildWatcher::WatcherState::failed(QStringLiteral("boom")));
+    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("boom"));
+}
+
+TEST(BuildStoreLifetime, WatcherCallbacksOutlivingTheStoreDoNothing)
+{
+    TestEnvironment environment;
+    XcodeBuildWatcher::StateCallback onState;
+    XcodeBuildWatcher::BuildCallback onBuild;
+    {
+        BuildStore store;
+        onState = store.watcher().onStateChange;
+        onBuild = store.watcher().onBuild;
+    }
+    onState(XcodeBuildWatcher::WatcherState::watching());
+    onBuild(activityLogPath(QStringLiteral("Late")), logText({}));
+    EXPECT_FALSE(QFile::exists(environment.appFolder() + u'/' + BuildHistoryPersistence::fileName));
+}
+
+} // namespace
+} // namespace corvane
