@@ -64,15 +64,24 @@ bool DiagnosticListModel::rebuild(const BuildStore& store)
     };
     QList<Group> groups;
     QHash<QString, qsizetype> groupOfName;
-    for (qsizetype i = 0; i < visible.size(); ++i) {
-        QString name = visible[i].diagnosticFileName();
+    // Keyed by the whole path, which needs no new string per diagnostic; the
+    // file name is worked out once per distinct path.
+    QHash<QString, qsizetype> groupOfPath;
+    const auto groupFor = [&](const BuildDiagnostic& d) {
+        const auto known = groupOfPath.constFind(d.filePath.value_or(QString()));
+        if (known != groupOfPath.cend())
+            return *known;
+        QString name = d.diagnosticFileName();
         auto it = groupOfName.find(name);
         if (it == groupOfName.end()) {
             it = groupOfName.insert(name, groups.size());
             groups.append({std::move(name), {}});
         }
-        groups[*it].members.append(i);
-    }
+        groupOfPath.insert(d.filePath.value_or(QString()), *it);
+        return *it;
+    };
+    for (qsizetype i = 0; i < visible.size(); ++i)
+        groups[groupFor(visible[i])].members.append(i);
     QCollator collator;
     collator.setCaseSensitivity(Qt::CaseInsensitive);
     std::stable_sort(groups.begin(), groups.end(), [&collator](const Group& a, const Group& b) {

@@ -6,7 +6,9 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QTextLayout>
+#include <QTransform>
 
+#include <cmath>
 #include <limits>
 
 namespace corvane {
@@ -60,7 +62,12 @@ void DiagnosticRowDelegate::setAvailableWidth(int width)
 
 int DiagnosticRowDelegate::badgeWidth(const QString& badge) const
 {
-    return m_badgeMetrics.horizontalAdvance(badge) + 2 * badgePaddingX;
+    // Only two badges exist; measuring them once keeps shaping out of the
+    // layout pass.
+    auto it = m_badgeWidths.constFind(badge);
+    if (it == m_badgeWidths.cend())
+        it = m_badgeWidths.insert(badge, m_badgeMetrics.horizontalAdvance(badge) + 2 * badgePaddingX);
+    return *it;
 }
 
 int DiagnosticRowDelegate::messageWidth(int rowWidth, const QString& badge) const
@@ -78,10 +85,39 @@ int DiagnosticRowDelegate::messageAdvance(const QUuid& id, const QString& messag
         return *it;
     if (m_advances.size() >= advanceCacheLimit)
         m_advances.clear();
-    const int advance = message.contains(u'\n') ? std::numeric_limits<int>::max()
-                                                : m_messageMetrics.horizontalAdvance(message);
+    int advance = 0;
+    if (message.contains(u'\n')) {
+        advance = std::numeric_limits<int>::max();
+    } else if (const std::optional<qreal> estimate = asciiAdvance(message)) {
+        // Kerning can make the shaped text a little wider than the sum of its
+        // letters; the margin sends such borderline messages to two lines
+        // rather than letting them be cut short on one.
+        advance = int(std::ceil(*estimate * 1.04)) + 2;
+    } else {
+        advance = m_messageMetrics.horizontalAdvance(message);
+    }
     m_advances.insert(id, advance);
     return advance;
+}
+
+std::optional<qreal> DiagnosticRowDelegate::asciiAdvance(const QString& text) const
+{
+    // Shaping a whole message costs tens of microseconds, which adds up to
+    // half a second for a large build; summing cached letter widths is about
+    // a hundred times quicker and is exact enough to choose one or two lines.
+    if (m_asciiAdvances.empty()) {
+        const QFontMetricsF metrics(m_messageFont);
+        m_asciiAdvances.resize(128);
+        for (char16_t c = 0; c < 128; ++c)
+            m_asciiAdvances[c] = metrics.horizontalAdvance(QChar(c));
+    }
+    qreal sum = 0;
+    for (const QChar c : text) {
+        if (c.unicode() >= 128)
+            return std::nullopt;
+        sum += m_asciiAdvances[c.unicode()];
+    }
+    return sum;
 }
 
 const QPixmap& DiagnosticRowDelegate::symbol(const QString& name, const QColor& color, qreal devicePixelRatio) const
@@ -171,31 +207,14 @@ void DiagnosticRowDelegate::paintDiagnostic(QPainter* painter, const QStyleOptio
                               top + (lineHeight - symbolSize) / 2, symbolSize, symbolSize),
                         icon);
 
+    const int locationWidth = rect.right() - sideInset - textLeft;
+    const RowText& text = rowText(*d, textWidth, twoLines, locationWidth);
     painter->setFont(m_messageFont);
     painter->setPen(theme::primaryText());
-    int usedWidth = 0;
-    if (!twoLines) {
-        painter->drawText(QRect(textLeft, top, textWidth, lineHeight), Qt::AlignLeft | Qt::AlignVCenter, d->message);
-        usedWidth = messageAdvance(d->id, d->message);
-    } else {
-        QString text = d->message;
-        text.replace(u'\n', QChar::LineSeparator);
-        QTextLayout layout(text, m_messageFont, painter->device());
-        QTextOption textOption;
-        textOption.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
-        layout.setTextOption(textOption);
-        layout.beginLayout();
-        QTextLine first = layout.createLine();
-        first.setLineWidth(textWidth);
-        first.setPosition(QPointF(0, 0));
-        layout.endLayout();
-        layout.draw(painter, QPointF(textLeft, top));
-        // The second line takes the rest, elided if it still does not fit.
-        const QString rest = text.mid(first.textStart() + first.textLength()).trimmed();
-        painter->drawText(QRect(textLeft, top + lineHeight, textWidth, lineHeight), Qt::AlignLeft | Qt::AlignVCenter,
-                          m_messageMetrics.elidedText(rest, Qt::ElideRight, textWidth));
-        usedWidth = textWidth;
-    }
+    painter->drawStaticText(QPointF(textLeft, top), text.first);
+    if (twoLines)
+        painter->drawStaticText(QPointF(textLeft, top + lineHeight), text.second);
+    const int usedWidth = twoLines ? textWidth : qMin(text.firstWidth, textWidth);
 
     if (!badge.isEmpty()) {
         const QColor color = model.kindAt(row) == RowKind::fixedDiagnostic ? theme::green() : theme::cyan();
@@ -207,10 +226,54 @@ void DiagnosticRowDelegate::paintDiagnostic(QPainter* painter, const QStyleOptio
 
     painter->setFont(m_locationFont);
     painter->setPen(theme::secondaryText());
-    const QRect location(textLeft, top + messageBlock + lineSpacing, rect.right() - sideInset - textLeft,
-                         m_locationMetrics.height());
-    painter->drawText(location, Qt::AlignLeft | Qt::AlignVCenter,
-                      m_locationMetrics.elidedText(d->locationLabel(), Qt::ElideMiddle, location.width()));
+    painter->drawStaticText(QPointF(textLeft, top + messageBlock + lineSpacing), text.location);
+}
+
+const DiagnosticRowDelegate::RowText& DiagnosticRowDelegate::rowText(const BuildDiagnostic& d, int textWidth,
+                                                                    bool twoLines, int locationWidth) const
+{
+    // Repaints (a selection moving, a scroll of a few rows) draw the same rows
+    // again; keeping their laid-out text skips shaping it each time.
+    if (RowText* cached = m_rowTexts.object(d.id)) {
+        if (cached->textWidth == textWidth && cached->twoLines == twoLines && cached->locationWidth == locationWidth)
+            return *cached;
+    }
+    auto* text = new RowText;
+    text->textWidth = textWidth;
+    text->twoLines = twoLines;
+    text->locationWidth = locationWidth;
+    const auto prepared = [](const QString& line, const QFont& font) {
+        QStaticText result(line);
+        result.setTextFormat(Qt::PlainText);
+        result.prepare(QTransform(), font);
+        return result;
+    };
+    if (!twoLines) {
+        text->first = prepared(d.message, m_messageFont);
+        text->firstWidth = int(std::ceil(text->first.size().width()));
+    } else {
+        QString message = d.message;
+        message.replace(u'\n', QChar::LineSeparator);
+        QTextLayout layout(message, m_messageFont);
+        QTextOption textOption;
+        textOption.setWrapMode(QTextOption::WrapAtWordBoundaryOrAnywhere);
+        layout.setTextOption(textOption);
+        layout.beginLayout();
+        QTextLine first = layout.createLine();
+        first.setLineWidth(textWidth);
+        layout.endLayout();
+        const qsizetype breakAt = first.textStart() + first.textLength();
+        text->first = prepared(message.left(breakAt).trimmed(), m_messageFont);
+        text->firstWidth = textWidth;
+        // The second line takes the rest, cut short if it still does not fit.
+        text->second = prepared(
+            m_messageMetrics.elidedText(message.mid(breakAt).trimmed(), Qt::ElideRight, textWidth), m_messageFont);
+    }
+    text->location = prepared(m_locationMetrics.elidedText(d.locationLabel(), Qt::ElideMiddle, locationWidth),
+                              m_locationFont);
+    const RowText& result = *text;
+    m_rowTexts.insert(d.id, text);
+    return result;
 }
 
 void DiagnosticRowDelegate::paintBadge(QPainter* painter, const QRect& rect, const QString& badge,

@@ -1,11 +1,18 @@
 #pragma once
 
+#include "BuildDiagnostic.h"
+
+#include <QCache>
 #include <QFont>
 #include <QFontMetrics>
 #include <QHash>
 #include <QPixmap>
+#include <QStaticText>
 #include <QStyledItemDelegate>
 #include <QUuid>
+
+#include <optional>
+#include <vector>
 
 namespace corvane {
 
@@ -30,7 +37,22 @@ private:
     // layout pass over ten thousand rows, and a diagnostic's message never
     // changes, so it is measured once per diagnostic.
     int messageAdvance(const QUuid& id, const QString& message) const;
+    // Sum of the letters' widths for ASCII text; nothing for other text.
+    std::optional<qreal> asciiAdvance(const QString& text) const;
     const QPixmap& symbol(const QString& name, const QColor& color, qreal devicePixelRatio) const;
+
+    // A row's message broken into its lines and its location, laid out for
+    // the widths they were drawn at.
+    struct RowText {
+        int textWidth = 0;
+        bool twoLines = false;
+        int locationWidth = 0;
+        QStaticText first;
+        QStaticText second;
+        QStaticText location;
+        int firstWidth = 0;
+    };
+    const RowText& rowText(const BuildDiagnostic& d, int textWidth, bool twoLines, int locationWidth) const;
 
     void paintHeader(QPainter* painter, const QRect& rect, const QModelIndex& index) const;
     void paintDiagnostic(QPainter* painter, const QStyleOptionViewItem& option, const QModelIndex& index) const;
@@ -46,6 +68,10 @@ private:
     QFontMetrics m_locationMetrics;
     QFontMetrics m_badgeMetrics;
     mutable QHash<QUuid, int> m_advances;
+    mutable std::vector<qreal> m_asciiAdvances;
+    mutable QHash<QString, int> m_badgeWidths;
+    // Enough for every row on a tall screen several times over.
+    mutable QCache<QUuid, RowText> m_rowTexts{2000};
     mutable QHash<QString, QPixmap> m_symbols;
 };
 
