@@ -16,6 +16,8 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QTemporaryDir>
+#include <QMenu>
+#include <QScreen>
 #include <QSplitter>
 #include <QThread>
 
@@ -169,6 +171,23 @@ int main(int argc, char* argv[])
     if (auto* older = window.findChild<QAbstractButton*>(QStringLiteral("olderBuildsButton")))
         older->click();
     ok &= save(window, out, QStringLiteral("06-history-pager.png"));
+
+    // A menu is a window of its own: the picture is taken from the screen.
+    if (auto* options = window.findChild<QAbstractButton*>(QStringLiteral("optionsButton"))) {
+        window.resize(1280, 800);
+        store.setShowBuildNoise(true);
+        settle();
+        auto* menu = window.findChild<QMenu*>(QStringLiteral("optionsMenu"));
+        menu->popup(options->mapToGlobal(QPoint(options->width() - menu->sizeHint().width(), options->height() + 4)));
+        settle();
+        const QRect area(window.mapToGlobal(QPoint(0, 0)), window.size());
+        const QString path = out.filePath(QStringLiteral("07-options-menu.png"));
+        const bool saved = window.screen()->grabWindow(0, area.x(), area.y(), area.width(), area.height()).save(path);
+        menu->hide();
+        if (saved)
+            std::printf("%s\n", qPrintable(path));
+        ok &= saved;
+    }
 
     return ok ? 0 : 1;
 }
