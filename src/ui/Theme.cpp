@@ -1,6 +1,7 @@
 #include "Theme.h"
 
 #include <QApplication>
+#include <QComboBox>
 #include <QFile>
 #include <QHash>
 #include <QLocale>
@@ -127,7 +128,10 @@ public:
         plain.checkType = QStyleOptionMenuItem::NotCheckable;
         plain.checked = false;
         QProxyStyle::drawControl(element, &plain, painter, widget);
-        if (item->checkType != QStyleOptionMenuItem::NotCheckable && item->checked) {
+        // A picker's list leaves no room for the mark; its current item is
+        // the highlighted one when it opens.
+        const bool pickerList = qobject_cast<const QComboBox*>(widget) != nullptr;
+        if (!pickerList && item->checkType != QStyleOptionMenuItem::NotCheckable && item->checked) {
             const bool selected = item->state & State_Selected;
             const QRect r = item->rect;
             drawSymbol(*painter, QStringLiteral("checkmark"), selected ? QColor(Qt::white) : primaryText(),
