@@ -16,7 +16,9 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QTemporaryDir>
-#include <QTextStream>
+#include <QMenu>
+#include <QScreen>
+#include <QSplitter>
 #include <QThread>
 
 #include <cstdio>
@@ -161,10 +163,31 @@ int main(int argc, char* argv[])
     store.captureBuild(warningsOnly(2), logPath(QStringLiteral("WeatherKit"), 1));
     store.captureBuild(warningsOnly(1), logPath(QStringLiteral("WeatherKit"), 2));
     store.captureBuild(firstBuild(), logPath(QStringLiteral("ExampleApp"), 4));
+    // A sidebar dragged wide enough for a whole page of cards.
+    window.resize(1440, 800);
+    if (auto* split = window.findChild<QSplitter*>(QStringLiteral("splitView")))
+        split->setSizes({760, 680});
     settle();
     if (auto* older = window.findChild<QAbstractButton*>(QStringLiteral("olderBuildsButton")))
         older->click();
     ok &= save(window, out, QStringLiteral("06-history-pager.png"));
+
+    // A menu is a window of its own: the picture is taken from the screen.
+    if (auto* options = window.findChild<QAbstractButton*>(QStringLiteral("optionsButton"))) {
+        window.resize(1280, 800);
+        store.setShowBuildNoise(true);
+        settle();
+        auto* menu = window.findChild<QMenu*>(QStringLiteral("optionsMenu"));
+        menu->popup(options->mapToGlobal(QPoint(options->width() - menu->sizeHint().width(), options->height() + 4)));
+        settle();
+        const QRect area(window.mapToGlobal(QPoint(0, 0)), window.size());
+        const QString path = out.filePath(QStringLiteral("07-options-menu.png"));
+        const bool saved = window.screen()->grabWindow(0, area.x(), area.y(), area.width(), area.height()).save(path);
+        menu->hide();
+        if (saved)
+            std::printf("%s\n", qPrintable(path));
+        ok &= saved;
+    }
 
     return ok ? 0 : 1;
 }

@@ -100,7 +100,10 @@ void ContentView::refresh()
     // hidden, even if it is still the selection.
     const std::optional<BuildDiagnostic> selected = m_store.selectedDiagnostic();
     if (selected && (m_store.showBuildNoise() || !selected->isBuildNoise())) {
-        m_detailView->setDiagnostic(*selected);
+        // Only a different diagnostic resets the detail view (and where the
+        // user had scrolled it to); other store changes refresh it themselves.
+        if (m_detail->currentWidget() != m_detailView || !(m_detailView->diagnostic() == *selected))
+            m_detailView->setDiagnostic(*selected);
         m_detail->setCurrentWidget(m_detailView);
     } else {
         m_detail->setCurrentWidget(m_detailEmpty);

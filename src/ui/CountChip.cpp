@@ -12,12 +12,19 @@ namespace corvane {
 CountChip::CountChip(Style style, QWidget* parent) : QWidget(parent), m_style(std::move(style))
 {
     setSizePolicy(QSizePolicy::Fixed, QSizePolicy::Fixed);
-    setCount(0);
+    updateText();
 }
 
 void CountChip::setCount(qsizetype count)
 {
+    if (count == m_count)
+        return;
     m_count = count;
+    updateText();
+}
+
+void CountChip::updateText()
+{
     setAccessibleName(m_style.caption.isEmpty() ? text() : text() + QLatin1Char(' ') + m_style.caption);
     updateGeometry();
     update();

@@ -43,6 +43,7 @@ protected:
 
 private:
     QFont numberFont() const;
+    void updateText();
 
     Style m_style;
     qsizetype m_count = 0;

@@ -80,6 +80,7 @@ HeaderBar::HeaderBar(BuildStore& store, QWidget* parent)
     m_focusButton->setAccessibleName(QStringLiteral("Project"));
     m_focusButton->setMenu(m_focusMenu);
     m_focusMenu->setAccessibleName(QStringLiteral("Project"));
+    connect(m_focusMenu, &QMenu::aboutToShow, this, &HeaderBar::rebuildFocusMenu);
 
     for (auto mode : BuildStore::allWarningViewModes)
         m_warningsPicker->addItem(BuildStore::title(mode), int(mode));
@@ -223,7 +224,9 @@ void HeaderBar::refresh()
     focus.outline = focused ? theme::withOpacity(theme::cyan(), 0.28) : theme::edge();
     m_focusButton->setContent(focus);
     m_focusButton->setText(focused ? focused->toUpper() : QStringLiteral("ALL PROJECTS"));
-    rebuildFocusMenu();
+    // An open menu keeps its items; it is rebuilt when it opens next.
+    if (!m_focusMenu->isVisible())
+        rebuildFocusMenu();
 
     {
         const QSignalBlocker blocker(m_warningsPicker);

@@ -1,6 +1,7 @@
 #include "Theme.h"
 
 #include <QApplication>
+#include <QComboBox>
 #include <QFile>
 #include <QHash>
 #include <QLocale>
@@ -8,6 +9,8 @@
 #include <QPainter>
 #include <QPalette>
 #include <QPixmapCache>
+#include <QProxyStyle>
+#include <QStyleOptionMenuItem>
 #include <QStyleFactory>
 #include <QSvgRenderer>
 #include <QWidget>
@@ -86,6 +89,58 @@ QSvgRenderer* rendererFor(const QString& symbolName)
     renderers.insert(symbolName, renderer);
     return renderer;
 }
+
+// Fusion with the few changes a dark instrument panel needs: menus that stand
+// out from the window with a hairline frame, visible separators, and a plain
+// checkmark for checked items (the design's menus have no boxes or radios).
+class ThemeStyle : public QProxyStyle {
+public:
+    ThemeStyle() : QProxyStyle(QStyleFactory::create(QStringLiteral("Fusion"))) {}
+
+    void drawPrimitive(PrimitiveElement element, const QStyleOption* option, QPainter* painter,
+                       const QWidget* widget) const override
+    {
+        if (element == PE_PanelMenu || element == PE_FrameMenu) {
+            painter->save();
+            painter->setPen(QPen(white(0.12), 1.0));
+            painter->setBrush(menuBackground());
+            painter->drawRect(QRectF(option->rect).adjusted(0.5, 0.5, -0.5, -0.5));
+            painter->restore();
+            return;
+        }
+        QProxyStyle::drawPrimitive(element, option, painter, widget);
+    }
+
+    void drawControl(ControlElement element, const QStyleOption* option, QPainter* painter,
+                     const QWidget* widget) const override
+    {
+        const auto* item = qstyleoption_cast<const QStyleOptionMenuItem*>(option);
+        if (element != CE_MenuItem || !item) {
+            QProxyStyle::drawControl(element, option, painter, widget);
+            return;
+        }
+        if (item->menuItemType == QStyleOptionMenuItem::Separator) {
+            const QRect r = item->rect;
+            painter->fillRect(QRect(r.left() + 8, r.center().y(), r.width() - 16, 1), white(0.1));
+            return;
+        }
+        QStyleOptionMenuItem plain = *item;
+        plain.checkType = QStyleOptionMenuItem::NotCheckable;
+        plain.checked = false;
+        QProxyStyle::drawControl(element, &plain, painter, widget);
+        // A picker's list leaves no room for the mark; its current item is
+        // the highlighted one when it opens.
+        const bool pickerList = qobject_cast<const QComboBox*>(widget) != nullptr;
+        if (!pickerList && item->checkType != QStyleOptionMenuItem::NotCheckable && item->checked) {
+            const bool selected = item->state & State_Selected;
+            const QRect r = item->rect;
+            drawSymbol(*painter, QStringLiteral("checkmark"), selected ? QColor(Qt::white) : primaryText(),
+                       QRectF(r.left() + 6, r.center().y() - 6, 12, 12));
+        }
+    }
+
+    static QColor menuBackground() { return QColor::fromRgbF(0.10f, 0.115f, 0.135f); }
+};
 
 QString familyFor(FontDesign design)
 {
@@ -263,7 +318,7 @@ void setForeground(QWidget& widget, const QColor& color)
 
 void applyTheme(QApplication& app)
 {
-    app.setStyle(QStyleFactory::create(QStringLiteral("Fusion")));
+    app.setStyle(new ThemeStyle);
     QPalette p;
     p.setColor(QPalette::Window, panelBackground());
     p.setColor(QPalette::Base, elevatedPanel());
@@ -288,6 +343,10 @@ void applyTheme(QApplication& app)
     for (auto role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText})
         p.setColor(QPalette::Disabled, role, tertiaryText());
     app.setPalette(p);
+    QPalette menu = p;
+    menu.setColor(QPalette::Window, ThemeStyle::menuBackground());
+    menu.setColor(QPalette::Base, ThemeStyle::menuBackground());
+    app.setPalette(menu, "QMenu");
     app.setFont(font(13));
 }
 
