@@ -1,5 +1,6 @@
 # make run   installs what is missing, builds and opens the window
 # make test  installs what is missing, builds and runs every test headless
+# make screenshots  renders the window in typical states to docs/screenshots/
 
 BUILD_DIR ?= build
 MAKEFLAGS += --no-print-directory
@@ -37,6 +38,10 @@ test-sanitize: deps
 
 bench: build
 	@echo "$(BUILD_DIR)/bench/corvane-bench"
+
+screenshots: configure
+	@cmake --build $(BUILD_DIR) --target corvane-screenshots -j$(JOBS)
+	@scripts/screenshots $(BUILD_DIR)
 
 clean:
 	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)

@@ -1,8 +1,13 @@
 #include "BenchCommand.h"
 
 #include <QCoreApplication>
+#ifdef CORVANE_BENCH_WITH_UI
+#include <QApplication>
+#endif
 
 #include <cstdio>
+#include <cstring>
+#include <memory>
 
 namespace corvane::bench {
 
@@ -17,7 +22,18 @@ std::map<std::string, BenchCommandInfo>& benchCommands()
 int main(int argc, char* argv[])
 {
     using namespace corvane::bench;
-    QCoreApplication app(argc, argv);
+    // The ui command draws real widgets, which need a widget application
+    // and, without a display, the offscreen platform.
+    std::unique_ptr<QCoreApplication> app;
+#ifdef CORVANE_BENCH_WITH_UI
+    if (argc >= 2 && std::strcmp(argv[1], "ui") == 0) {
+        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+            qputenv("QT_QPA_PLATFORM", "offscreen");
+        app = std::make_unique<QApplication>(argc, argv);
+    }
+#endif
+    if (!app)
+        app = std::make_unique<QCoreApplication>(argc, argv);
     if (argc < 2 || !benchCommands().count(argv[1])) {
         std::fprintf(stderr, "usage: corvane-bench COMMAND ...\n");
         for (const auto& [name, info] : benchCommands())

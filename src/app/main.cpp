@@ -1,20 +1,20 @@
-#include "BuildStore.h"
+#include "CorvaneApp.h"
+#include "Theme.h"
 
 #include <QApplication>
-#include <QLabel>
-#include <QTimer>
 
 int main(int argc, char* argv[])
 {
+    // The window has one dark look; the desktop's fonts and colours must not
+    // leak into it.
+    QGuiApplication::setDesktopSettingsAware(false);
     QApplication app(argc, argv);
-    corvane::BuildStore store;
+    QApplication::setApplicationName(QStringLiteral("Corvane"));
+    QApplication::setOrganizationName(QStringLiteral("Corvane"));
+    QGuiApplication::setDesktopFileName(QStringLiteral("org.corvane.Corvane"));
+    corvane::theme::applyTheme(app);
 
-    QLabel window(QStringLiteral("Corvane"));
-    window.setMinimumSize(1080, 680);
-    window.show();
-
-    // Started from the event loop, once the window is up, so the first scan's
-    // results have somewhere to go.
-    QTimer::singleShot(0, &store, [&store] { store.watcher().start(); });
+    corvane::CorvaneApp corvane;
+    corvane.openWindow();
     return app.exec();
 }

@@ -3,12 +3,17 @@
 #include "DiagnosticSeverity.h"
 
 #include <QColor>
+#include <QDateTime>
 #include <QFont>
 #include <QIcon>
 #include <QPixmap>
+#include <QRectF>
 #include <QString>
+#include <QStringList>
 
 class QApplication;
+class QPainter;
+class QWidget;
 
 namespace corvane::theme {
 
@@ -40,6 +45,12 @@ QColor withOpacity(QColor color, double opacity);
 inline QColor white(double opacity) { return withOpacity(Qt::white, opacity); }
 inline QColor black(double opacity) { return withOpacity(Qt::black, opacity); }
 
+// A counter shows its colour only while it counts something.
+inline QColor counterColor(qsizetype count, const QColor& color)
+{
+    return count > 0 ? color : secondaryText();
+}
+
 enum class FontDesign { standard, monospaced, rounded };
 // Sizes are in the design's points, which map to logical pixels.
 QFont font(double size, QFont::Weight weight = QFont::Normal,
@@ -48,17 +59,37 @@ inline QFont monospaced(double size, QFont::Weight weight = QFont::Normal, doubl
 {
     return font(size, weight, FontDesign::monospaced, tracking);
 }
+// The family asked for first for a design; fallbacks follow it in the font.
+QString preferredFamily(FontDesign design);
 
 // The icon standing for a symbol name of the design ("sparkles",
 // "xmark.octagon.fill", ...), drawn in one colour at a square pixel size.
+// An unknown name gives a transparent pixmap.
 QPixmap symbolPixmap(const QString& symbolName, const QColor& color, int size, qreal devicePixelRatio = 1.0);
 QIcon symbolIcon(const QString& symbolName, const QColor& color, int size);
+// Draws the symbol into the rectangle, sharp at the painter's pixel ratio.
+void drawSymbol(QPainter& painter, const QString& symbolName, const QColor& color, const QRectF& rect);
+// Every symbol name the theme has an icon for.
+QStringList symbolNames();
+bool hasSymbol(const QString& symbolName);
 
 struct SeverityStyle {
     QString symbol;
     QColor color;
 };
 SeverityStyle severityStyle(DiagnosticSeverity severity);
+
+// A rounded rectangle with a 1-point outline drawn inside its bounds, the
+// shape of header controls, cards and capsules (radius = half the height).
+void paintRoundedPanel(QPainter& painter, const QRectF& rect, double radius,
+                       const QColor& fill, const QColor& outline);
+
+// A time of day in the locale's short style, without seconds ("9:41 AM",
+// "09:41").
+QString timeOfDay(const QDateTime& dateTime);
+
+// Sets the colour a label or button draws its text in.
+void setForeground(QWidget& widget, const QColor& color);
 
 // Fusion, the dark palette and cyan as the accent, whatever the desktop uses.
 void applyTheme(QApplication& app);

@@ -1,0 +1,31 @@
+#include "CorvaneApp.h"
+
+#include "ContentView.h"
+
+#include <QMetaObject>
+
+namespace corvane {
+
+CorvaneApp::CorvaneApp() : m_store(&m_platform) {}
+
+CorvaneApp::~CorvaneApp() = default;
+
+ContentView& CorvaneApp::openWindow()
+{
+    auto window = std::make_unique<ContentView>(m_store, m_platform);
+    window->setMinimumSize(minimumWidth, minimumHeight);
+    window->resize(1280, 800);
+    // The title bar stays the desktop's; it carries no text of ours.
+    window->setWindowTitle(QString());
+    // Queued, so the window paints before the first scan starts. start() does
+    // nothing when the watcher already runs, so a second window never starts
+    // a second polling loop.
+    connect(window.get(), &ContentView::firstShown, this, [this] {
+        QMetaObject::invokeMethod(this, [this] { m_store.watcher().start(); }, Qt::QueuedConnection);
+    });
+    window->show();
+    m_windows.push_back(std::move(window));
+    return *m_windows.back();
+}
+
+} // namespace corvane

@@ -1,0 +1,37 @@
+#pragma once
+
+#include "BuildStore.h"
+#include "WidgetsDesktopPlatform.h"
+
+#include <QObject>
+
+#include <memory>
+#include <vector>
+
+namespace corvane {
+
+class ContentView;
+
+// The application: one store for the life of the process and the windows
+// that show it. The watcher starts when a window's content is first shown.
+class CorvaneApp : public QObject {
+    Q_OBJECT
+
+public:
+    static constexpr int minimumWidth = 1080;
+    static constexpr int minimumHeight = 680;
+
+    CorvaneApp();
+    ~CorvaneApp() override;
+
+    BuildStore& store() { return m_store; }
+    // Every window shows the same store.
+    ContentView& openWindow();
+
+private:
+    WidgetsDesktopPlatform m_platform;
+    BuildStore m_store;
+    std::vector<std::unique_ptr<ContentView>> m_windows;
+};
+
+} // namespace corvane

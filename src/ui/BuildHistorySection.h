@@ -1,0 +1,63 @@
+#pragma once
+
+#include "BuildStore.h"
+
+#include <QWidget>
+
+#include <array>
+#include <optional>
+
+class QLabel;
+class QVariantAnimation;
+class QScrollArea;
+class QToolButton;
+
+namespace corvane {
+
+class HistoryCard;
+class StoreRefresh;
+
+// The sidebar's build history: a header row with the expand chevron, the
+// title and either a pager or the session count, and under it up to four
+// cards of the visible sessions. Its position in the list and whether it is
+// expanded are the only state it keeps; everything else comes from the store.
+class BuildHistorySection : public QWidget {
+    Q_OBJECT
+
+public:
+    explicit BuildHistorySection(BuildStore& store, QWidget* parent = nullptr);
+
+    // Back to the newest builds.
+    void resetPaging();
+    bool isExpanded() const { return m_expanded; }
+    void setExpanded(bool expanded);
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    void refresh();
+    void move(qsizetype newStart);
+    void animateCards(bool show);
+
+    BuildStore& m_store;
+    StoreRefresh* m_refresh;
+    bool m_expanded = true;
+    qsizetype m_startIndex = 0;
+    // What the reset rules compare against: the last values seen.
+    qsizetype m_lastSessionCount;
+    std::optional<QString> m_lastFocus;
+
+    QToolButton* m_toggle;
+    QWidget* m_pager;
+    QToolButton* m_newer;
+    QLabel* m_range;
+    QToolButton* m_older;
+    QLabel* m_count;
+    QScrollArea* m_cardsArea;
+    QWidget* m_cards;
+    std::array<HistoryCard*, 4> m_cardViews{};
+    QVariantAnimation* m_cardsAnimation;
+};
+
+} // namespace corvane

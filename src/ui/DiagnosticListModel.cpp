@@ -1,0 +1,242 @@
+#include "DiagnosticListModel.h"
+
+#include "BuildStore.h"
+#include "Theme.h"
+
+#include <QCollator>
+#include <QHash>
+
+#include <algorithm>
+
+namespace corvane {
+
+namespace {
+
+const QString fixedSectionTitle = QStringLiteral("FIXED SINCE LAST BUILD");
+const QString fixedSymbol = QStringLiteral("checkmark.circle.fill");
+
+} // namespace
+
+DiagnosticListModel::DiagnosticListModel(QObject* parent)
+    : QAbstractListModel(parent)
+{
+}
+
+QList<BuildDiagnostic> DiagnosticListModel::listedFixedDiagnostics(const BuildStore& store)
+{
+    const QString query = store.searchText().trimmed();
+    const QSet<DiagnosticSeverity>& severities = store.severityFilter();
+    QList<BuildDiagnostic> listed;
+    for (const BuildDiagnostic& d : store.visibleFixedDiagnostics()) {
+        if (!severities.contains(d.severity))
+            continue;
+        if (query.isEmpty() || d.message.contains(query, Qt::CaseInsensitive)
+            || d.diagnosticFileName().contains(query, Qt::CaseInsensitive))
+            listed.append(d);
+    }
+    return listed;
+}
+
+bool DiagnosticListModel::rebuild(const BuildStore& store)
+{
+    const BuildComparison comparison = store.activeComparison();
+    QList<BuildDiagnostic> fixed;
+    if (comparison.hasBaseline)
+        fixed = listedFixedDiagnostics(store);
+    QList<BuildDiagnostic> visible = store.visibleDiagnostics();
+
+    QList<Row> rows;
+    rows.reserve(visible.size() + fixed.size() + 64);
+    if (!fixed.isEmpty()) {
+        rows.append({RowKind::fixedHeader, -1, fixedSectionTitle, false});
+        for (qsizetype i = 0; i < fixed.size(); ++i)
+            rows.append({RowKind::fixedDiagnostic, i, {}, false});
+    }
+
+    // Partition by file name, keeping each file's diagnostics in the store's
+    // order; the groups themselves go by a locale-aware comparison of their
+    // names that ignores letter case. (Collator sort keys would be quicker but
+    // keep letter case apart in the C locale; there are far fewer files than
+    // diagnostics.)
+    struct Group {
+        QString fileName;
+        QList<qsizetype> members;
+    };
+    QList<Group> groups;
+    QHash<QString, qsizetype> groupOfName;
+    // Keyed by the whole path, which needs no new string per diagnostic; the
+    // file name is worked out once per distinct path.
+    QHash<QString, qsizetype> groupOfPath;
+    const auto groupFor = [&](const BuildDiagnostic& d) {
+        const auto known = groupOfPath.constFind(d.filePath.value_or(QString()));
+        if (known != groupOfPath.cend())
+            return *known;
+        QString name = d.diagnosticFileName();
+        auto it = groupOfName.find(name);
+        if (it == groupOfName.end()) {
+            it = groupOfName.insert(name, groups.size());
+            groups.append({std::move(name), {}});
+        }
+        groupOfPath.insert(d.filePath.value_or(QString()), *it);
+        return *it;
+    };
+    for (qsizetype i = 0; i < visible.size(); ++i)
+        groups[groupFor(visible[i])].members.append(i);
+    QCollator collator;
+    collator.setCaseSensitivity(Qt::CaseInsensitive);
+    std::stable_sort(groups.begin(), groups.end(), [&collator](const Group& a, const Group& b) {
+        return collator.compare(a.fileName, b.fileName) < 0;
+    });
+
+    for (const Group& group : std::as_const(groups)) {
+        rows.append({RowKind::fileHeader, -1, group.fileName.toUpper(), false});
+        for (const qsizetype i : group.members)
+            rows.append({RowKind::diagnostic, i, {}, comparison.newDiagnosticIDs.contains(visible[i].id)});
+    }
+
+    // Rows refer to diagnostics by position, so equal rows over equal ids mean
+    // nothing the user sees has changed (ids are unique per parsed diagnostic).
+    const auto sameIDs = [](const QList<BuildDiagnostic>& a, const QList<BuildDiagnostic>& b) {
+        return std::equal(a.cbegin(), a.cend(), b.cbegin(), b.cend(),
+                          [](const BuildDiagnostic& x, const BuildDiagnostic& y) { return x.id == y.id; });
+    };
+    if (rows == m_rows && sameIDs(visible, m_visible) && sameIDs(fixed, m_fixed))
+        return false;
+
+    beginResetModel();
+    m_visible = std::move(visible);
+    m_fixed = std::move(fixed);
+    m_rows = std::move(rows);
+    endResetModel();
+    return true;
+}
+
+int DiagnosticListModel::rowCount(const QModelIndex& parent) const
+{
+    return parent.isValid() ? 0 : int(m_rows.size());
+}
+
+DiagnosticListModel::RowKind DiagnosticListModel::kindAt(int row) const
+{
+    return m_rows.at(row).kind;
+}
+
+bool DiagnosticListModel::isDiagnosticRow(int row) const
+{
+    if (row < 0 || row >= m_rows.size())
+        return false;
+    const RowKind kind = m_rows.at(row).kind;
+    return kind == RowKind::diagnostic || kind == RowKind::fixedDiagnostic;
+}
+
+const BuildDiagnostic* DiagnosticListModel::diagnosticAt(int row) const
+{
+    if (row < 0 || row >= m_rows.size())
+        return nullptr;
+    const Row& r = m_rows.at(row);
+    switch (r.kind) {
+    case RowKind::diagnostic:
+        return &m_visible.at(r.source);
+    case RowKind::fixedDiagnostic:
+        return &m_fixed.at(r.source);
+    case RowKind::fixedHeader:
+    case RowKind::fileHeader:
+        break;
+    }
+    return nullptr;
+}
+
+QString DiagnosticListModel::textAt(int row) const
+{
+    if (const BuildDiagnostic* d = diagnosticAt(row))
+        return d->message;
+    return m_rows.at(row).header;
+}
+
+QString DiagnosticListModel::badgeAt(int row) const
+{
+    const Row& r = m_rows.at(row);
+    if (r.kind == RowKind::fixedDiagnostic)
+        return QStringLiteral("FIXED");
+    if (r.kind == RowKind::diagnostic && r.isNew)
+        return QStringLiteral("NEW");
+    return {};
+}
+
+QString DiagnosticListModel::symbolAt(int row) const
+{
+    switch (m_rows.at(row).kind) {
+    case RowKind::fixedHeader:
+    case RowKind::fixedDiagnostic:
+        return fixedSymbol;
+    case RowKind::diagnostic:
+        return theme::severityStyle(diagnosticAt(row)->severity).symbol;
+    case RowKind::fileHeader:
+        break;
+    }
+    return {};
+}
+
+QColor DiagnosticListModel::symbolColorAt(int row) const
+{
+    switch (m_rows.at(row).kind) {
+    case RowKind::fixedHeader:
+    case RowKind::fixedDiagnostic:
+        return theme::green();
+    case RowKind::diagnostic:
+        return theme::severityStyle(diagnosticAt(row)->severity).color;
+    case RowKind::fileHeader:
+        break;
+    }
+    return theme::secondaryText();
+}
+
+int DiagnosticListModel::rowOf(const QUuid& id) const
+{
+    // A linear scan over at most one build's rows is a few microseconds, and
+    // runs only when the selection moves; an index would cost more to rebuild.
+    for (int row = 0; row < m_rows.size(); ++row) {
+        const BuildDiagnostic* d = diagnosticAt(row);
+        if (d && d->id == id)
+            return row;
+    }
+    return -1;
+}
+
+QVariant DiagnosticListModel::data(const QModelIndex& index, int role) const
+{
+    if (!index.isValid() || index.row() >= m_rows.size())
+        return {};
+    const int row = index.row();
+    const BuildDiagnostic* d = diagnosticAt(row);
+    switch (role) {
+    case Qt::DisplayRole:
+        return textAt(row);
+    case Qt::ToolTipRole:
+        return d ? QVariant(d->message) : QVariant();
+    case RowKindRole:
+        return int(kindAt(row));
+    case DiagnosticIDRole:
+        return d ? d->id : QUuid();
+    case LocationRole:
+        return d ? d->locationLabel() : QString();
+    case BadgeRole:
+        return badgeAt(row);
+    case SymbolRole:
+        return symbolAt(row);
+    case SymbolColorRole:
+        return symbolColorAt(row);
+    default:
+        return {};
+    }
+}
+
+Qt::ItemFlags DiagnosticListModel::flags(const QModelIndex& index) const
+{
+    // Headers can be neither selected nor clicked into the selection.
+    if (!index.isValid() || !isDiagnosticRow(index.row()))
+        return Qt::NoItemFlags;
+    return Qt::ItemIsEnabled | Qt::ItemIsSelectable | Qt::ItemNeverHasChildren;
+}
+
+} // namespace corvane

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <QColor>
+#include <QFont>
+#include <QString>
+#include <QToolButton>
+
+namespace corvane {
+
+// A header button that opens a menu: an optional leading symbol, an optional
+// text and an optional trailing symbol, on the header controls' rounded panel.
+class HeaderMenuButton : public QToolButton {
+    Q_OBJECT
+
+public:
+    struct Content {
+        QString leadingSymbol;
+        int leadingSize = 11;
+        QString trailingSymbol;
+        int trailingSize = 9;
+        QFont font;
+        int spacing = 6;
+        int horizontalPadding = 10;
+        QColor foreground;
+        QColor outline;
+    };
+
+    explicit HeaderMenuButton(QWidget* parent = nullptr);
+
+    void setContent(const Content& content);
+    const Content& content() const { return m_content; }
+
+    QSize sizeHint() const override;
+    QSize minimumSizeHint() const override { return sizeHint(); }
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    Content m_content;
+};
+
+} // namespace corvane

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "BuildSession.h"
+
+#include <QAbstractButton>
+#include <QColor>
+
+namespace corvane {
+
+// One build in the history strip: status dot, project, time, compact
+// counters and a one-word summary. Clicking it makes the build active.
+class HistoryCard : public QAbstractButton {
+    Q_OBJECT
+
+public:
+    explicit HistoryCard(QWidget* parent = nullptr);
+
+    void setSession(const BuildSession& session, bool isActive);
+    bool isActive() const { return m_isActive; }
+    QUuid sessionID() const { return m_session.id; }
+    // The summary line as shown, e.g. "CLEAN", "1 ERROR", "2 WARNINGS".
+    QString summary() const;
+
+    static QString summaryText(const BuildSession& session);
+    // Red with errors, orange with warnings only, green when clean.
+    static QColor statusColor(const BuildSession& session);
+
+    QSize sizeHint() const override { return {170, 72}; }
+
+protected:
+    void paintEvent(QPaintEvent* event) override;
+
+private:
+    BuildSession m_session;
+    bool m_isActive = false;
+};
+
+} // namespace corvane

@@ -1,0 +1,207 @@
+#include "CountChip.h"
+#include "HistoryCard.h"
+#include "HistoryPager.h"
+#include "ShellFixtures.h"
+#include "Theme.h"
+
+#include <gtest/gtest.h>
+
+using namespace corvane;
+using namespace corvane::test;
+
+namespace {
+
+const QString range = QStringLiteral("historyRange");
+const QString older = QStringLiteral("olderBuildsButton");
+const QString newer = QStringLiteral("newerBuildsButton");
+
+// Builds of one project; each differs from the one before.
+void captureBuilds(WindowFixture& f, int count, const QString& project = QStringLiteral("ExampleApp"))
+{
+    for (int i = 0; i < count; ++i)
+        f.capture(project, {warning(f.logs + 1)});
+}
+
+QList<HistoryCard*> visibleCards(const WindowFixture& f)
+{
+    QList<HistoryCard*> cards;
+    for (HistoryCard* card : f.window->findChildren<HistoryCard*>()) {
+        if (card->isVisibleTo(f.window.get()))
+            cards.append(card);
+    }
+    return cards;
+}
+
+bool enabled(const WindowFixture& f, const QString& name)
+{
+    return f.find<QWidget>(name)->isEnabled();
+}
+
+BuildSession sessionWith(int errors, int warnings)
+{
+    BuildSession session;
+    for (int i = 0; i < errors; ++i)
+        session.diagnostics.append({QUuid::createUuid(), DiagnosticSeverity::error, QStringLiteral("e"), {}, {}, {}, {}, {}});
+    for (int i = 0; i < warnings; ++i)
+        session.diagnostics.append(
+            {QUuid::createUuid(), DiagnosticSeverity::warning, QStringLiteral("w"), {}, {}, {}, {}, {}});
+    return session;
+}
+
+} // namespace
+
+TEST(BuildHistory, PagerAppearsOnlyBeyondFourSessionsAndStopsAtTheEnds)
+{
+    WindowFixture f;
+    f.open();
+    EXPECT_EQ(f.text(QStringLiteral("historyCount")), QStringLiteral("0"));
+    EXPECT_FALSE(f.shows(QStringLiteral("historyPager")));
+
+    captureBuilds(f, 4);
+    EXPECT_FALSE(f.shows(QStringLiteral("historyPager")));
+    EXPECT_TRUE(f.shows(QStringLiteral("historyCount")));
+    EXPECT_EQ(f.text(QStringLiteral("historyCount")), QStringLiteral("4"));
+    EXPECT_EQ(visibleCards(f).size(), 4);
+
+    captureBuilds(f, 1);
+    EXPECT_TRUE(f.shows(QStringLiteral("historyPager")));
+    EXPECT_FALSE(f.shows(QStringLiteral("historyCount")));
+    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 5"));
+    EXPECT_FALSE(enabled(f, newer));
+    EXPECT_TRUE(enabled(f, older));
+    EXPECT_EQ(f.find<QWidget>(newer)->toolTip(), QStringLiteral("Newer builds"));
+    EXPECT_EQ(f.find<QWidget>(older)->toolTip(), QStringLiteral("Older builds"));
+
+    f.click(older);
+    EXPECT_EQ(f.text(range), QStringLiteral("2\u20135 / 5"));
+    EXPECT_TRUE(enabled(f, newer));
+    EXPECT_FALSE(enabled(f, older));
+    // The last page is full: the oldest four builds.
+    const QList<HistoryCard*> cards = visibleCards(f);
+    ASSERT_EQ(cards.size(), 4);
+    EXPECT_EQ(cards.last()->sessionID(), f.store->visibleSessions().last().id);
+
+    f.click(newer);
+    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 5"));
+}
+
+TEST(BuildHistory, SevenSessionsPageFromTheStartToThreeAndBack)
+{
+    WindowFixture f;
+    f.open();
+    captureBuilds(f, 7);
+    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 7"));
+    f.click(older);
+    EXPECT_EQ(f.text(range), QStringLiteral("4\u20137 / 7"));
+    EXPECT_EQ(visibleCards(f).first()->sessionID(), f.store->visibleSessions()[3].id);
+    f.click(newer);
+    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 7"));
+    EXPECT_EQ(visibleCards(f).first()->sessionID(), f.store->visibleSessions()[0].id);
+}
+
+TEST(BuildHistory, PageArithmeticClampsAStartLeftBeyondTheEnd)
+{
+    const auto page = HistoryPager::page(3, 9);
+    EXPECT_EQ(page.start, 2);
+    EXPECT_EQ(page.end, 3);
+    EXPECT_EQ(HistoryPager::page(0, 0).end, 0);
+    EXPECT_EQ(HistoryPager::older(10, 4), 6);
+    EXPECT_EQ(HistoryPager::older(3, 0), 0);
+    EXPECT_EQ(HistoryPager::newer(3), 0);
+    EXPECT_EQ(HistoryPager::rangeText(10, 6), QStringLiteral("7\u201310 / 10"));
+}
+
+TEST(BuildHistory, PagingReturnsToTheNewestBuildsWhenSessionsOrFocusChange)
+{
+    WindowFixture f;
+    f.open();
+    captureBuilds(f, 6, QStringLiteral("Atlas"));
+    captureBuilds(f, 1, QStringLiteral("Weather"));
+    f.click(older);
+    ASSERT_EQ(f.text(range), QStringLiteral("4\u20137 / 7"));
+
+    // Changes that leave the number of sessions and the focus alone keep the page.
+    f.store->setSearchText(QStringLiteral("suspicious"));
+    f.store->setSeverityFilter({DiagnosticSeverity::warning});
+    settle();
+    EXPECT_EQ(f.text(range), QStringLiteral("4\u20137 / 7"));
+
+    captureBuilds(f, 1, QStringLiteral("Weather"));
+    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 8"));
+
+    f.click(older);
+    f.trigger(QStringLiteral("projectFocusMenu"), QStringLiteral("Atlas"));
+    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 6"));
+
+    f.click(older);
+    ASSERT_EQ(f.text(range), QStringLiteral("3\u20136 / 6"));
+    f.trigger(QStringLiteral("optionsMenu"), QStringLiteral("Clear Build History"));
+    EXPECT_FALSE(f.shows(QStringLiteral("historyPager")));
+    EXPECT_EQ(f.text(QStringLiteral("historyCount")), QStringLiteral("0"));
+    captureBuilds(f, 5);
+    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 5"));
+}
+
+TEST(BuildHistory, CollapsingHidesCardsAndPagerAndShowsTheCount)
+{
+    WindowFixture f;
+    f.open();
+    f.window->show();
+    captureBuilds(f, 6);
+    f.click(QStringLiteral("historyToggle"));
+    EXPECT_TRUE(waitUntil([&] { return visibleCards(f).isEmpty(); }));
+    EXPECT_FALSE(f.shows(QStringLiteral("historyPager")));
+    EXPECT_TRUE(f.shows(QStringLiteral("historyCount")));
+    EXPECT_EQ(f.text(QStringLiteral("historyCount")), QStringLiteral("6"));
+
+    f.click(QStringLiteral("historyToggle"));
+    EXPECT_EQ(visibleCards(f).size(), 4);
+    EXPECT_TRUE(f.shows(QStringLiteral("historyPager")));
+    EXPECT_TRUE(waitUntil([&] { return f.find<QWidget>(QStringLiteral("historyCards"))->height() == 82; }));
+}
+
+TEST(BuildHistory, CardsSummariseEachBuildInItsStatusColour)
+{
+    const struct {
+        int errors;
+        int warnings;
+        QString summary;
+        QColor colour;
+    } cases[] = {
+        {0, 0, QStringLiteral("CLEAN"), theme::green()},
+        {1, 5, QStringLiteral("1 ERROR"), theme::red()},
+        {0, 1, QStringLiteral("1 WARNING"), theme::orange()},
+        {0, 2, QStringLiteral("2 WARNINGS"), theme::orange()},
+        {12, 0, QStringLiteral("12 ERRORS"), theme::red()},
+    };
+    for (const auto& c : cases) {
+        const BuildSession session = sessionWith(c.errors, c.warnings);
+        EXPECT_EQ(HistoryCard::summaryText(session), c.summary);
+        EXPECT_EQ(HistoryCard::statusColor(session), c.colour) << c.summary.toStdString();
+    }
+}
+
+TEST(BuildHistory, CardsShowTheVisibleSessionsAndClickingOneMakesItActive)
+{
+    WindowFixture f;
+    f.open();
+    f.capture(QStringLiteral("ExampleApp"), {error(1), warning(2)});
+    f.capture(QStringLiteral("ExampleApp"), {warning(2), warning(3)});
+    f.capture(QStringLiteral("ExampleApp"), {});
+
+    QList<HistoryCard*> cards = visibleCards(f);
+    ASSERT_EQ(cards.size(), 3);
+    EXPECT_EQ(cards[0]->summary(), QStringLiteral("CLEAN"));
+    EXPECT_EQ(cards[1]->summary(), QStringLiteral("2 WARNINGS"));
+    EXPECT_EQ(cards[2]->summary(), QStringLiteral("1 ERROR"));
+    EXPECT_TRUE(cards[0]->accessibleName().startsWith(QStringLiteral("EXAMPLEAPP, ")));
+    EXPECT_TRUE(cards[0]->isActive());
+    EXPECT_FALSE(cards[2]->isActive());
+
+    cards[2]->click();
+    settle();
+    EXPECT_EQ(f.store->activeSession()->id, cards[2]->sessionID());
+    EXPECT_TRUE(cards[2]->isActive());
+    EXPECT_FALSE(cards[0]->isActive());
+    EXPECT_EQ(f.find<CountChip>(QStringLiteral("summaryErrors"))->text(), QStringLiteral("1"));
+}

@@ -1,0 +1,185 @@
+#include "DiagnosticDetailView.h"
+#include "DiagnosticViewFixtures.h"
+#include "Theme.h"
+
+#include <QTest>
+#include <QTextEdit>
+
+#include <gtest/gtest.h>
+
+using namespace corvane;
+using namespace corvane::test;
+
+namespace {
+
+// A project built twice; the second build adds a warning and an error at a
+// file and an error that names no file.
+struct DetailFixture : StoreFixture {
+    DetailFixture()
+    {
+        captureBuild({QStringLiteral("/src/Widget.swift:10:2: warning: old warning")});
+        captureBuild({
+            QStringLiteral("/src/Widget.swift:10:2: warning: old warning"),
+            QStringLiteral("/src/Widget.swift:20:4: warning: result of call is unused"),
+            QStringLiteral("/src/Engine.swift:7:1: error: cannot find 'level' in scope"),
+            QStringLiteral("error: linker command failed with exit code 1"),
+        });
+        view.resize(760, 640);
+        view.show();
+        view.activateWindow();
+        EXPECT_TRUE(QTest::qWaitForWindowActive(&view));
+    }
+
+    BuildDiagnostic diagnostic(const QString& message) const
+    {
+        const std::optional<BuildSession> session = store->activeSession();
+        for (const BuildDiagnostic& d : session->diagnostics) {
+            if (d.message == message)
+                return d;
+        }
+        ADD_FAILURE() << "no diagnostic " << message.toStdString();
+        return {};
+    }
+
+    void show(const QString& message)
+    {
+        view.setDiagnostic(diagnostic(message));
+        settle();
+    }
+
+    // The status tags in the order they appear, left to right.
+    QStringList tags() const
+    {
+        QList<const QLabel*> shown;
+        for (const QString& tag : {QStringLiteral("NEW SINCE LAST BUILD"), QStringLiteral("PINNED"),
+                                   QStringLiteral("IGNORED")}) {
+            for (const QLabel* label : view.findChildren<QLabel*>()) {
+                if (label->text() == tag && label->isVisibleTo(&view))
+                    shown.append(label);
+            }
+        }
+        std::sort(shown.begin(), shown.end(), [](const QLabel* a, const QLabel* b) { return a->x() < b->x(); });
+        QStringList texts;
+        for (const QLabel* label : shown)
+            texts.append(label->text());
+        return texts;
+    }
+
+    QStringList cardTexts() const
+    {
+        QStringList texts;
+        for (const QTextEdit* card : view.findChildren<QTextEdit*>())
+            texts.append(card->toPlainText());
+        return texts;
+    }
+
+    DiagnosticDetailView view{*store, platform, theme::cardColor(), theme::edge()};
+};
+
+} // namespace
+
+TEST(DiagnosticDetailView, ShowsTheDiagnosticWhole)
+{
+    DetailFixture f;
+    f.show(QStringLiteral("cannot find 'level' in scope"));
+    const QStringList labels = visibleLabelTexts(f.view);
+    EXPECT_TRUE(labels.contains(QStringLiteral("ERROR")));
+    EXPECT_TRUE(labels.contains(QStringLiteral("Engine.swift")));
+    EXPECT_TRUE(labels.contains(QStringLiteral("Engine.swift:7:1")));
+    EXPECT_TRUE(labels.contains(QStringLiteral("DIAGNOSTIC")));
+    EXPECT_TRUE(labels.contains(QStringLiteral("RAW BUILD OUTPUT")));
+    EXPECT_EQ(f.cardTexts(), (QStringList{QStringLiteral("cannot find 'level' in scope"),
+                                          QStringLiteral("/src/Engine.swift:7:1: error: cannot find 'level' in scope")}));
+    EXPECT_EQ(f.tags(), QStringList{QStringLiteral("NEW SINCE LAST BUILD")});
+    // Errors offer neither pin nor ignore.
+    EXPECT_EQ(buttonWithText(f.view, QStringLiteral("Pin Warning")), nullptr);
+    EXPECT_EQ(buttonWithText(f.view, QStringLiteral("Ignore Warning")), nullptr);
+
+    // An older diagnostic that is still there carries no tag.
+    f.show(QStringLiteral("old warning"));
+    EXPECT_TRUE(visibleLabelTexts(f.view).contains(QStringLiteral("WARNING")));
+    EXPECT_EQ(f.tags(), QStringList{});
+}
+
+TEST(DiagnosticDetailView, PinAndIgnoreButtonsFollowTheStore)
+{
+    DetailFixture f;
+    f.show(QStringLiteral("result of call is unused"));
+    EXPECT_EQ(f.tags(), QStringList{QStringLiteral("NEW SINCE LAST BUILD")});
+
+    QPushButton* pin = buttonWithText(f.view, QStringLiteral("Pin Warning"));
+    ASSERT_NE(pin, nullptr);
+    QTest::mouseClick(pin, Qt::LeftButton);
+    settle();
+    EXPECT_TRUE(f.store->isPinned(f.view.diagnostic()));
+    EXPECT_EQ(f.tags(), (QStringList{QStringLiteral("NEW SINCE LAST BUILD"), QStringLiteral("PINNED")}));
+    EXPECT_NE(buttonWithText(f.view, QStringLiteral("Unpin Warning")), nullptr);
+    EXPECT_EQ(buttonWithText(f.view, QStringLiteral("Pin Warning")), nullptr);
+
+    // Ignoring a pinned warning unpins it.
+    QPushButton* ignore = buttonWithText(f.view, QStringLiteral("Ignore Warning"));
+    ASSERT_NE(ignore, nullptr);
+    QTest::mouseClick(ignore, Qt::LeftButton);
+    settle();
+    EXPECT_EQ(f.tags(), (QStringList{QStringLiteral("NEW SINCE LAST BUILD"), QStringLiteral("IGNORED")}));
+    EXPECT_NE(buttonWithText(f.view, QStringLiteral("Restore Warning")), nullptr);
+    EXPECT_NE(buttonWithText(f.view, QStringLiteral("Pin Warning")), nullptr);
+
+    // Changes made elsewhere (here: the store directly) show up as well.
+    f.store->togglePin(f.view.diagnostic());
+    settle();
+    EXPECT_EQ(f.tags(), (QStringList{QStringLiteral("NEW SINCE LAST BUILD"), QStringLiteral("PINNED")}));
+    EXPECT_NE(buttonWithText(f.view, QStringLiteral("Ignore Warning")), nullptr);
+
+    QPushButton* unpin = buttonWithText(f.view, QStringLiteral("Unpin Warning"));
+    ASSERT_NE(unpin, nullptr);
+    QTest::mouseClick(unpin, Qt::LeftButton);
+    settle();
+    EXPECT_FALSE(f.store->isPinned(f.view.diagnostic()));
+    EXPECT_EQ(f.tags(), QStringList{QStringLiteral("NEW SINCE LAST BUILD")});
+}
+
+TEST(DiagnosticDetailView, OpenInXcodeNeedsAFile)
+{
+    DetailFixture f;
+    f.show(QStringLiteral("linker command failed with exit code 1"));
+    EXPECT_TRUE(visibleLabelTexts(f.view).contains(QStringLiteral("Build")));
+    QPushButton* open = buttonWithText(f.view, QStringLiteral("Open in Xcode"));
+    ASSERT_NE(open, nullptr);
+    EXPECT_FALSE(open->isEnabled());
+    QTest::mouseClick(open, Qt::LeftButton);
+    EXPECT_TRUE(f.platform.started.isEmpty());
+
+    f.show(QStringLiteral("result of call is unused"));
+    EXPECT_TRUE(open->isEnabled());
+    QTest::mouseClick(open, Qt::LeftButton);
+    ASSERT_EQ(f.platform.started.size(), 1);
+    EXPECT_EQ(f.platform.started.first().first, QStringLiteral("/usr/bin/xcrun"));
+    EXPECT_EQ(f.platform.started.first().second,
+              (QStringList{QStringLiteral("xed"), QStringLiteral("--line"), QStringLiteral("20"),
+                           QStringLiteral("/src/Widget.swift")}));
+}
+
+TEST(DiagnosticDetailView, CopiesTheShownDiagnosticsTexts)
+{
+    DetailFixture f;
+    f.show(QStringLiteral("cannot find 'level' in scope"));
+    const BuildDiagnostic shown = f.view.diagnostic();
+
+    QTest::mouseClick(buttonWithText(f.view, QStringLiteral("Copy Clean Error")), Qt::LeftButton);
+    ASSERT_FALSE(f.platform.clipboard.isEmpty());
+    EXPECT_EQ(f.platform.clipboard.last(),
+              QStringLiteral("/src/Engine.swift:7:1\nERROR: cannot find 'level' in scope"));
+
+    QTest::mouseClick(buttonWithText(f.view, QStringLiteral("Copy for ChatGPT")), Qt::LeftButton);
+    EXPECT_EQ(f.platform.clipboard.last(), shown.chatGPTPrompt());
+
+    // The shortcut copies the prompt, not the clean error, and of the
+    // diagnostic shown now.
+    f.show(QStringLiteral("linker command failed with exit code 1"));
+    const qsizetype before = f.platform.clipboard.size();
+    QTest::keyClick(&f.view, Qt::Key_C, Qt::ControlModifier | Qt::ShiftModifier);
+    ASSERT_EQ(f.platform.clipboard.size(), before + 1);
+    EXPECT_EQ(f.platform.clipboard.last(), f.view.diagnostic().chatGPTPrompt());
+    EXPECT_TRUE(f.platform.clipboard.last().contains(QStringLiteral("File: Unknown")));
+}
