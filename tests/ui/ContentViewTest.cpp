@@ -3,7 +3,11 @@
 #include "InstrumentEmptyState.h"
 #include "ShellFixtures.h"
 #include "Theme.h"
+#include "WidgetsDesktopPlatform.h"
 
+#include <QClipboard>
+#include <QFileInfo>
+#include <QGuiApplication>
 #include <QSplitter>
 
 #include <gtest/gtest.h>
@@ -173,4 +177,18 @@ TEST(Application, OneWindowAtLeastMinimumSizeStartsTheWatcherOnceShown)
     EXPECT_EQ(announcements, 0);
     EXPECT_TRUE(app.store().watcher().isRunning());
     app.store().watcher().stop();
+}
+
+TEST(WidgetsDesktopPlatform, ClipboardKeepsTheLastTextAndAMissingProgramReportsFailure)
+{
+    WidgetsDesktopPlatform platform;
+    platform.setClipboardText(QStringLiteral("first"));
+    platform.setClipboardText(QStringLiteral("second"));
+    EXPECT_EQ(QGuiApplication::clipboard()->text(), QStringLiteral("second"));
+
+    TestEnvironment environment;
+    EXPECT_FALSE(platform.startDetached(environment.root() + QStringLiteral("/no-such-program"), {}));
+    const QString marker = environment.root() + QStringLiteral("/started");
+    ASSERT_TRUE(platform.startDetached(QStringLiteral("/usr/bin/touch"), {marker}));
+    EXPECT_TRUE(waitUntil([&] { return QFileInfo::exists(marker); }));
 }
