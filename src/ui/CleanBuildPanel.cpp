@@ -120,7 +120,9 @@ CleanBuildPanel::CleanBuildPanel(BuildStore& store, QWidget* parent)
     m_message->setFont(theme::font(13));
     m_message->setWordWrap(true);
     m_message->setAlignment(Qt::AlignHCenter | Qt::AlignTop);
-    m_message->setMaximumWidth(360);
+    // A wrapped label placed with an alignment gets only its size hint; a
+    // fixed width makes the layout ask for the height of every line.
+    m_message->setFixedWidth(360);
     theme::setForeground(*m_message, theme::secondaryText());
     layout->addWidget(m_message, 0, Qt::AlignHCenter);
 
