@@ -657,15 +657,29 @@ std::optional<BuildDiagnostic> BuildStore::selectedDiagnostic() const
     return std::nullopt;
 }
 
+bool BuildStore::hasVisibleDiagnostics() const
+{
+    const BuildSession* session = d->activeSession();
+    if (!session)
+        return false;
+    const Private::Visibility visibility = d->visibility();
+    return std::any_of(session->diagnostics.cbegin(), session->diagnostics.cend(),
+                       [&](const BuildDiagnostic& diagnostic) {
+                           return visibility.passes(diagnostic, session->projectName);
+                       });
+}
+
 void BuildStore::ensureSelectionVisible()
 {
-    const QList<BuildDiagnostic> visible = visibleDiagnostics();
-    if (const std::optional<BuildDiagnostic> selected = selectedDiagnostic()) {
-        const bool shown = std::any_of(visible.cbegin(), visible.cend(),
-                                       [&](const BuildDiagnostic& d) { return d.id == selected->id; });
-        if (shown)
+    // The common case, a selection that stays in view, needs no sorted list.
+    if (const BuildSession* session = d->activeSession(); session && d->selectedDiagnosticID) {
+        const QUuid id = *d->selectedDiagnosticID;
+        const auto selected = std::find_if(session->diagnostics.cbegin(), session->diagnostics.cend(),
+                                           [&](const BuildDiagnostic& diagnostic) { return diagnostic.id == id; });
+        if (selected != session->diagnostics.cend() && isDiagnosticVisible(*selected, *session))
             return;
     }
+    const QList<BuildDiagnostic> visible = visibleDiagnostics();
     d->setSelectedDiagnosticID(visible.isEmpty() ? std::nullopt : std::optional(visible.first().id));
 }
 

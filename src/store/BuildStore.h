@@ -103,6 +103,8 @@ public:
     BuildComparison activeComparison() const;
     QString statusText() const;
     QList<BuildDiagnostic> visibleDiagnostics() const;
+    // Whether visibleDiagnostics() would hold anything, without sorting it.
+    bool hasVisibleDiagnostics() const;
     QList<BuildDiagnostic> visibleFixedDiagnostics() const;
     QList<BuildSession> visibleSessions() const;
     std::optional<BuildDiagnostic> selectedDiagnostic() const;

@@ -55,7 +55,7 @@ void Sidebar::refresh()
 {
     if (!m_store.activeSession())
         m_lower->setCurrentWidget(m_waiting);
-    else if (m_store.visibleDiagnostics().isEmpty())
+    else if (!m_store.hasVisibleDiagnostics())
         m_lower->setCurrentWidget(m_clean);
     else
         m_lower->setCurrentWidget(m_list);
