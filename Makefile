@@ -7,7 +7,7 @@ MAKEFLAGS += --no-print-directory
 JOBS ?= $(shell nproc)
 CMAKE_ARGS ?=
 
-.PHONY: all deps configure build run test test-sanitize bench clean
+.PHONY: all deps configure build run test test-sanitize bench package clean
 
 all: build
 
@@ -42,6 +42,10 @@ bench: build
 screenshots: configure
 	@cmake --build $(BUILD_DIR) --target corvane-screenshots -j$(JOBS)
 	@scripts/screenshots $(BUILD_DIR)
+
+# A Debian package of the program, in the build folder.
+package: build
+	cd $(BUILD_DIR) && cpack -G DEB
 
 clean:
 	rm -rf $(BUILD_DIR) $(SANITIZE_DIR)

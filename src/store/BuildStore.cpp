@@ -752,13 +752,19 @@ void BuildStore::importPlainTextLog()
         d->platform->chooseLogFile(QStringLiteral("Choose a plain-text Xcode or compiler build log."));
     if (!path || path->isEmpty())
         return;
-    const Result<QString> text = readUtf8File(*path);
+    importLogFile(*path);
+}
+
+void BuildStore::importLogFile(const QString& path)
+{
+    const Result<QString> text = readUtf8File(path);
     if (!text) {
-        d->platform->showAlert(QStringLiteral("Corvane"),
-                               u"Corvane could not read that log file.\n\n" % text.error().description);
+        if (d->platform)
+            d->platform->showAlert(QStringLiteral("Corvane"),
+                                   u"Corvane could not read that log file.\n\n" % text.error().description);
         return;
     }
-    captureManualLog(text.value(), QFileInfo(*path).fileName());
+    captureManualLog(text.value(), QFileInfo(path).fileName());
 }
 
 void BuildStore::loadSampleDiagnostics() { captureManualLog(sampleBuildLog(), sampleSourceName); }

@@ -133,6 +133,8 @@ public:
 
     // User commands.
     void importPlainTextLog();
+    // The import without the chooser: a log named on the command line.
+    void importLogFile(const QString& path);
     void loadSampleDiagnostics();
     void restartWatcher();
     void clearHistory();
