@@ -13,6 +13,9 @@
 #include <QStyleOptionMenuItem>
 #include <QStyleFactory>
 #include <QSvgRenderer>
+
+#include <memory>
+#include <unordered_map>
 #include <QWidget>
 
 #include <utility>
@@ -73,21 +76,18 @@ const QHash<QString, QString>& symbolTable()
 
 QSvgRenderer* rendererFor(const QString& symbolName)
 {
-    // Parsed once per icon; the GUI thread is the only user.
-    static QHash<QString, QSvgRenderer*> renderers;
-    if (auto it = renderers.constFind(symbolName); it != renderers.cend())
-        return it.value();
+    // Parsed once per icon and owned by the cache; the GUI thread is the only user.
+    static std::unordered_map<QString, std::unique_ptr<QSvgRenderer>> renderers;
+    if (auto it = renderers.find(symbolName); it != renderers.end())
+        return it->second.get();
     const auto file = symbolTable().value(symbolName);
     if (file.isEmpty())
         return nullptr;
     registerIconResources();
-    auto* renderer = new QSvgRenderer(QStringLiteral(":/corvane/icons/") + file + QStringLiteral(".svg"));
-    if (!renderer->isValid()) {
-        delete renderer;
-        renderer = nullptr;
-    }
-    renderers.insert(symbolName, renderer);
-    return renderer;
+    auto renderer = std::make_unique<QSvgRenderer>(QStringLiteral(":/corvane/icons/") + file + QStringLiteral(".svg"));
+    if (!renderer->isValid())
+        renderer.reset();
+    return renderers.emplace(symbolName, std::move(renderer)).first->second.get();
 }
 
 // Fusion with the few changes a dark instrument panel needs: menus that stand
