@@ -339,7 +339,7 @@ bool CrashRun::waitForStoreStart()
         if (waited.elapsed() > 60000)
             return fail(QStringLiteral("leftovers of interrupted saves were still there 60 s after the start: ")
                         + m_planted.join(u' '));
-        QThread::usleep(300);
+        QThread::usleep(1000);
     }
     m_sinceStoreStart.start();
     // The same sweep takes whatever the previous kill left behind.
@@ -347,7 +347,7 @@ bool CrashRun::waitForStoreStart()
         if (waited.elapsed() > 62000)
             return fail(QStringLiteral("the leftover of the previous kill survived the next start: ")
                         + m_leftovers.join(u' '));
-        QThread::usleep(300);
+        QThread::usleep(1000);
     }
     m_leftovers.clear();
     return true;
@@ -400,13 +400,13 @@ void CrashRun::dropLogs(bool more)
 
 bool CrashRun::saving()
 {
-    const std::optional<QStringList> files = openFiles(m_app.processId());
+    const std::optional<QList<OpenFile>> files = openFiles(m_app.processId(), m_env.appFolder());
     if (!files) {
         m_seesSaves = false;
         return false;
     }
     return std::any_of(files->cbegin(), files->cend(),
-                       [this](const QString& file) { return isSaveInProgress(file, m_env.appFolder()); });
+                       [this](const OpenFile& file) { return isSaveInProgress(file, m_env.appFolder()); });
 }
 
 // Lets the application run until the plan says to kill it, watching what it
@@ -461,7 +461,7 @@ bool CrashRun::runUntilKill(const KillPlan& plan, Observation& seen)
             break;
         }
         QCoreApplication::processEvents();
-        QThread::usleep(300);
+        QThread::usleep(1000);
     }
     m_killedAt = m_sinceStoreStart.elapsed();
     return true;
@@ -536,16 +536,14 @@ bool CrashRun::checkHistory()
     if (m_historySeen && bytes == m_historyBytes)
         return true;
 
-    // The loader's own decoding, without its moving a bad file aside: that
-    // would hide the very thing looked for.
-    Result<BuildHistoryArchive> archive = BuildHistoryPersistence::decodeArchive(bytes);
-    if (!archive)
-        return fail(QStringLiteral("the program cannot read its history (%1 bytes): %2")
-                        .arg(bytes.size())
-                        .arg(archive.error().description));
-    if (archive.value().version != 1)
-        return fail(QStringLiteral("the history has version %1").arg(archive.value().version));
-    QList<BuildSession> sessions = std::move(archive.value().sessions);
+    // Read as the program reads it at its next start.
+    Result<QList<BuildSession>> loaded = BuildHistoryPersistence().load();
+    if (QFileInfo::exists(m_env.appFolder() + u'/' + BuildHistoryPersistence::damagedFileName))
+        return fail(QStringLiteral("the program cannot decode its history (%1 bytes) and moved it aside")
+                        .arg(bytes.size()));
+    if (!loaded)
+        return fail(QStringLiteral("the program cannot read its history: ") + loaded.error().description);
+    QList<BuildSession> sessions = std::move(loaded).value();
     if (const std::optional<QString> problem = continuityProblem(m_sessions, sessions))
         return fail(*problem);
 

@@ -159,31 +159,44 @@ std::optional<QString> PlistlibReader::take(const QByteArray& line)
     return std::nullopt;
 }
 
-std::optional<QStringList> openFiles(qint64 pid)
+std::optional<QList<OpenFile>> openFiles(qint64 pid, const QString& folder)
 {
+    const std::string prefix = QFile::encodeName(folder + u'/').toStdString();
     namespace fs = std::filesystem;
+    const fs::path process = fs::path("/proc") / std::to_string(pid);
     std::error_code error;
-    fs::directory_iterator it(fs::path("/proc") / std::to_string(pid) / "fd", error);
+    fs::directory_iterator it(process / "fd", error);
     if (error)
         return std::nullopt;
-    QStringList files;
+    QList<OpenFile> files;
     for (; it != fs::directory_iterator(); it.increment(error)) {
         if (error)
             break;
         std::error_code linkError;
         const fs::path target = fs::read_symlink(it->path(), linkError);
-        if (!linkError)
-            files.append(QString::fromStdString(target.string()));
+        if (linkError || target.native().compare(0, prefix.size(), prefix) != 0)
+            continue;
+        // "flags:" in fdinfo is octal; its two lowest bits are the access mode.
+        QFile info(QString::fromStdString((process / "fdinfo" / it->path().filename()).string()));
+        bool writable = false;
+        if (info.open(QIODevice::ReadOnly)) {
+            for (const QByteArray& line : info.readAll().split('\n')) {
+                if (line.startsWith("flags:"))
+                    writable = (line.mid(6).trimmed().toUInt(nullptr, 8) & 3) != 0;
+            }
+        }
+        files.append({QString::fromStdString(target.string()), writable});
     }
     return files;
 }
 
-bool isSaveInProgress(const QString& openFile, const QString& folder)
+bool isSaveInProgress(const OpenFile& file, const QString& folder)
 {
     const QString prefix = folder + u'/';
-    if (!openFile.startsWith(prefix))
+    // Reading (the start-up sweep looks into leftovers) is not saving.
+    if (!file.writable || !file.path.startsWith(prefix))
         return false;
-    const QString name = openFile.mid(prefix.size());
+    const QString name = file.path.mid(prefix.size());
     // An unnamed temporary file (O_TMPFILE) shows as "#<inode> (deleted)".
     return (name.startsWith(u'#') && name.endsWith(QStringLiteral(" (deleted)"))) || isTemporaryName(name);
 }

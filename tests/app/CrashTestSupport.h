@@ -58,13 +58,18 @@ private:
     int m_answered = 0;
 };
 
-// Where the process with this id has files open, as the system names them;
-// nothing where the system does not tell (no /proc).
-std::optional<QStringList> openFiles(qint64 pid);
+struct OpenFile {
+    // As the system names it; "(deleted)" follows files without a name.
+    QString path;
+    bool writable = false;
+};
+// The files in folder that the process with this id has open; nothing where
+// the system does not tell (no /proc).
+std::optional<QList<OpenFile>> openFiles(qint64 pid, const QString& folder);
 
-// Whether the file of that name (as /proc shows it) is a save in progress in
-// folder: an unnamed temporary file there, or a named one beside a stored file.
-bool isSaveInProgress(const QString& openFile, const QString& folder);
+// Whether the open file is a save in progress in folder: an unnamed temporary
+// file there, or a named one beside a stored file, open for writing.
+bool isSaveInProgress(const OpenFile& file, const QString& folder);
 
 // "<stored file>.XXXXXX", as an interrupted atomic write leaves it.
 bool isTemporaryName(const QString& fileName);
