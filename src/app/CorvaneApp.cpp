@@ -28,4 +28,14 @@ ContentView& CorvaneApp::openWindow()
     return *m_windows.back();
 }
 
+void CorvaneApp::bringToFront()
+{
+    for (const std::unique_ptr<ContentView>& window : m_windows) {
+        window->setWindowState((window->windowState() & ~Qt::WindowMinimized) | Qt::WindowActive);
+        window->show();
+        window->raise();
+        window->activateWindow();
+    }
+}
+
 } // namespace corvane

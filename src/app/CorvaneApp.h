@@ -27,6 +27,8 @@ public:
     BuildStore& store() { return m_store; }
     // Every window shows the same store.
     ContentView& openWindow();
+    // Shows every window on top and un-minimised, as asked by a later start.
+    void bringToFront();
 
 private:
     WidgetsDesktopPlatform m_platform;
