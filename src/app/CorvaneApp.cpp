@@ -2,6 +2,7 @@
 
 #include "ContentView.h"
 
+#include <QFileOpenEvent>
 #include <QMetaObject>
 
 namespace corvane {
@@ -36,6 +37,24 @@ void CorvaneApp::bringToFront()
         window->raise();
         window->activateWindow();
     }
+}
+
+bool CorvaneApp::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() != QEvent::FileOpen)
+        return QObject::eventFilter(watched, event);
+    const QString path = static_cast<QFileOpenEvent*>(event)->file();
+    if (path.isEmpty())
+        return false;
+    // Queued, so an unreadable file's alert does not run inside the event's delivery.
+    QMetaObject::invokeMethod(
+        this,
+        [this, path] {
+            bringToFront();
+            m_store.importLogFile(path);
+        },
+        Qt::QueuedConnection);
+    return true;
 }
 
 } // namespace corvane

@@ -83,6 +83,7 @@ int main(int argc, char* argv[])
 
     corvane::CorvaneApp corvane;
     corvane.openWindow();
+    app.installEventFilter(&corvane);
 
     // Queued: a later start has its answer and ends before the import runs,
     // and an unreadable file's alert does not hold it up.
