@@ -53,7 +53,8 @@ QString SingleInstance::socketPathFor(const QString& dataFolder)
     return QDir(folder).filePath(QStringLiteral("corvane-") + QString::fromLatin1(hash.left(16)));
 }
 
-SingleInstance::Claim SingleInstance::claim(const QStringList& logs, std::chrono::milliseconds timeout)
+SingleInstance::Claim SingleInstance::claim(const QStringList& logs, const QString& activationToken,
+                                            std::chrono::milliseconds timeout)
 {
     const QDeadlineTimer deadline(timeout);
     // Waits while another start is between its own look and its listen().
@@ -62,7 +63,7 @@ SingleInstance::Claim SingleInstance::claim(const QStringList& logs, std::chrono
     // the program from starting; only a lock held by a live process counts.
     const bool heldByOther = !locked && m_lock.error() == QLockFile::LockFailedError;
 
-    switch (handOver(logs, std::chrono::milliseconds(remainingMilliseconds(deadline)))) {
+    switch (handOver(logs, activationToken, std::chrono::milliseconds(remainingMilliseconds(deadline)))) {
     case HandOver::taken:
         if (locked)
             m_lock.unlock();
@@ -81,7 +82,8 @@ SingleInstance::Claim SingleInstance::claim(const QStringList& logs, std::chrono
     return Claim::first;
 }
 
-SingleInstance::HandOver SingleInstance::handOver(const QStringList& logs, std::chrono::milliseconds timeout)
+SingleInstance::HandOver SingleInstance::handOver(const QStringList& logs, const QString& activationToken,
+                                                  std::chrono::milliseconds timeout)
 {
     const QDeadlineTimer deadline(timeout);
     QLocalSocket socket;
@@ -94,7 +96,7 @@ SingleInstance::HandOver SingleInstance::handOver(const QStringList& logs, std::
     {
         QDataStream out(&request, QIODevice::WriteOnly);
         out.setVersion(streamVersion);
-        out << requestMagic << logs;
+        out << requestMagic << logs << activationToken;
     }
     socket.write(request);
     while (socket.bytesToWrite() > 0) {
@@ -145,20 +147,21 @@ void SingleInstance::readRequest(QLocalSocket* socket)
     in.startTransaction();
     quint32 magic = 0;
     QStringList logs;
+    QString activationToken;
     in >> magic;
     if (in.status() == QDataStream::Ok && magic != requestMagic) {
         in.abortTransaction();
         socket->abort();
         return;
     }
-    in >> logs;
+    in >> logs >> activationToken;
     if (!in.commitTransaction()) {
         // Incomplete: wait for the rest, unless it is not a request at all.
         if (in.status() != QDataStream::ReadPastEnd || socket->bytesAvailable() > requestSizeLimit)
             socket->abort();
         return;
     }
-    Q_EMIT activationRequested(logs);
+    Q_EMIT activationRequested(logs, activationToken);
     socket->putChar(answerByte);
     socket->flush();
     socket->disconnectFromServer();

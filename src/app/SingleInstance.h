@@ -42,8 +42,10 @@ public:
     static QString socketPathFor(const QString& dataFolder);
 
     // Blocks for at most `timeout` and needs no event loop, so it can run
-    // before the window system is touched.
-    Claim claim(const QStringList& logs, std::chrono::milliseconds timeout);
+    // before the window system is touched. `activationToken` is the one the
+    // launcher gave this start (Wayland's XDG_ACTIVATION_TOKEN): only with it
+    // may the running window take the focus.
+    Claim claim(const QStringList& logs, const QString& activationToken, std::chrono::milliseconds timeout);
 
     // Opens the socket for later starts and releases the lock. Answers come from
     // the event loop. False when the socket cannot be opened; the program then
@@ -54,13 +56,14 @@ public:
 
 Q_SIGNALS:
     // A later start asked for the window, with the absolute paths of the logs
-    // it was given (often none). It has its answer by the time this arrives.
-    void activationRequested(const QStringList& logs);
+    // it was given (often none) and its activation token (often empty). It has
+    // its answer by the time this arrives.
+    void activationRequested(const QStringList& logs, const QString& activationToken);
 
 private:
     enum class HandOver { noServer, taken, noAnswer };
 
-    HandOver handOver(const QStringList& logs, std::chrono::milliseconds timeout);
+    HandOver handOver(const QStringList& logs, const QString& activationToken, std::chrono::milliseconds timeout);
     void acceptConnections();
     void readRequest(QLocalSocket* socket);
 

@@ -58,7 +58,10 @@ int main(int argc, char* argv[])
 
         const QString dataFolder = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
         instance = std::make_unique<corvane::SingleInstance>(corvane::SingleInstance::socketPathFor(dataFolder));
-        switch (instance->claim(logs, handOverTimeout)) {
+        // Left in place: should this start be the first, the window system
+        // plugin uses it for its own window.
+        const QString activationToken = qEnvironmentVariable("XDG_ACTIVATION_TOKEN");
+        switch (instance->claim(logs, activationToken, handOverTimeout)) {
         case corvane::SingleInstance::Claim::handedOver:
             return 0;
         case corvane::SingleInstance::Claim::noAnswer:
@@ -89,8 +92,14 @@ int main(int argc, char* argv[])
     // and an unreadable file's alert does not hold it up.
     QObject::connect(
         instance.get(), &corvane::SingleInstance::activationRequested, &corvane,
-        [&corvane](const QStringList& handedLogs) {
+        [&corvane](const QStringList& handedLogs, const QString& activationToken) {
+            // The Wayland plugin activates a window with the token it finds
+            // here; it must not stay behind for the next request or for the
+            // programs this one starts.
+            if (!activationToken.isEmpty())
+                qputenv("XDG_ACTIVATION_TOKEN", activationToken.toUtf8());
             corvane.bringToFront();
+            qunsetenv("XDG_ACTIVATION_TOKEN");
             for (const QString& log : handedLogs)
                 corvane.store().importLogFile(log);
         },

@@ -5,6 +5,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLocalServer>
+#include <QLocalSocket>
 #include <QLockFile>
 #include <QMetaObject>
 #include <QThread>
@@ -50,12 +51,13 @@ class FirstInstance {
 public:
     explicit FirstInstance(const QString& socketPath) : m_instance(new SingleInstance(socketPath))
     {
-        m_claim = m_instance->claim({}, 5s);
+        m_claim = m_instance->claim({}, {}, 5s);
         QObject::connect(
             m_instance, &SingleInstance::activationRequested, m_instance,
-            [this](const QStringList& logs) {
+            [this](const QStringList& logs, const QString& activationToken) {
                 const std::lock_guard lock(m_mutex);
                 m_requests.append(logs);
+                m_tokens.append(activationToken);
             },
             Qt::DirectConnection);
         m_instance->moveToThread(&m_thread);
@@ -77,6 +79,11 @@ public:
         const std::lock_guard lock(m_mutex);
         return m_requests;
     }
+    QStringList tokens()
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_tokens;
+    }
 
 private:
     QThread m_thread;
@@ -85,6 +92,7 @@ private:
     bool m_listening = false;
     std::mutex m_mutex;
     QList<QStringList> m_requests;
+    QStringList m_tokens;
 };
 
 TEST(SingleInstance, LaterClaimsHandTheirLogsToTheFirst)
@@ -98,13 +106,15 @@ TEST(SingleInstance, LaterClaimsHandTheirLogsToTheFirst)
         EXPECT_FALSE(QFile::exists(path + QStringLiteral(".lock"))) << "released once listening";
 
         const QStringList logs{QStringLiteral("/tmp/a b.log"), QStringLiteral("/tmp/\u00e9t\u00e9\n.log")};
-        EXPECT_EQ(SingleInstance(path).claim(logs, 5s), SingleInstance::Claim::handedOver);
-        EXPECT_EQ(SingleInstance(path).claim({}, 5s), SingleInstance::Claim::handedOver);
+        EXPECT_EQ(SingleInstance(path).claim(logs, QStringLiteral("kwin-42_ab.c"), 5s),
+                  SingleInstance::Claim::handedOver);
+        EXPECT_EQ(SingleInstance(path).claim({}, {}, 5s), SingleInstance::Claim::handedOver);
         EXPECT_EQ(first.requests(), (QList<QStringList>{logs, {}}));
+        EXPECT_EQ(first.tokens(), (QStringList{QStringLiteral("kwin-42_ab.c"), QString()}));
     }
     EXPECT_FALSE(QFile::exists(path)) << "an instance that ends removes its socket";
     SingleInstance next(path);
-    EXPECT_EQ(next.claim({}, 5s), SingleInstance::Claim::first);
+    EXPECT_EQ(next.claim({}, {}, 5s), SingleInstance::Claim::first);
 }
 
 TEST(SingleInstance, LeftoverFileAtTheSocketPathDoesNotBlockStarting)
@@ -115,7 +125,25 @@ TEST(SingleInstance, LeftoverFileAtTheSocketPathDoesNotBlockStarting)
     FirstInstance first(path);
     EXPECT_EQ(first.claim(), SingleInstance::Claim::first);
     EXPECT_TRUE(first.listening());
-    EXPECT_EQ(SingleInstance(path).claim({QStringLiteral("/x.log")}, 5s), SingleInstance::Claim::handedOver);
+    EXPECT_EQ(SingleInstance(path).claim({QStringLiteral("/x.log")}, {}, 5s), SingleInstance::Claim::handedOver);
+    EXPECT_EQ(first.requests(), (QList<QStringList>{{QStringLiteral("/x.log")}}));
+}
+
+TEST(SingleInstance, ForeignBytesOnTheSocketAreDroppedWithoutAnAnswer)
+{
+    TestEnvironment environment;
+    const QString path = runtimeFolder(environment) + QStringLiteral("/instance");
+    FirstInstance first(path);
+    ASSERT_TRUE(first.listening());
+    QLocalSocket stranger;
+    stranger.connectToServer(path);
+    ASSERT_TRUE(stranger.waitForConnected(5000));
+    stranger.write("GET / HTTP/1.0\r\n\r\n");
+    ASSERT_TRUE(stranger.waitForBytesWritten(5000));
+    ASSERT_TRUE(stranger.waitForDisconnected(5000));
+    EXPECT_EQ(stranger.readAll(), QByteArray());
+
+    EXPECT_EQ(SingleInstance(path).claim({QStringLiteral("/x.log")}, {}, 5s), SingleInstance::Claim::handedOver);
     EXPECT_EQ(first.requests(), (QList<QStringList>{{QStringLiteral("/x.log")}}));
 }
 
@@ -127,7 +155,7 @@ TEST(SingleInstance, ListenerThatNeverAnswersIsNoAnswerNotASecondStart)
     QLocalServer hanging;
     ASSERT_TRUE(hanging.listen(path));
     SingleInstance later(path);
-    EXPECT_EQ(later.claim({QStringLiteral("/x.log")}, 300ms), SingleInstance::Claim::noAnswer);
+    EXPECT_EQ(later.claim({QStringLiteral("/x.log")}, {}, 300ms), SingleInstance::Claim::noAnswer);
     EXPECT_FALSE(QFile::exists(path + QStringLiteral(".lock")));
 }
 
@@ -138,9 +166,9 @@ TEST(SingleInstance, StartThatHoldsTheLockKeepsOthersOut)
     // Another start between its look for a running process and its listen().
     QLockFile otherStart(path + QStringLiteral(".lock"));
     ASSERT_TRUE(otherStart.tryLock(0));
-    EXPECT_EQ(SingleInstance(path).claim({}, 300ms), SingleInstance::Claim::noAnswer);
+    EXPECT_EQ(SingleInstance(path).claim({}, {}, 300ms), SingleInstance::Claim::noAnswer);
     otherStart.unlock();
-    EXPECT_EQ(SingleInstance(path).claim({}, 300ms), SingleInstance::Claim::first);
+    EXPECT_EQ(SingleInstance(path).claim({}, {}, 300ms), SingleInstance::Claim::first);
 }
 
 TEST(SingleInstance, UnwritableRuntimeFolderStillStarts)
@@ -152,7 +180,7 @@ TEST(SingleInstance, UnwritableRuntimeFolderStillStarts)
     if (QFileInfo(folder).isWritable())
         GTEST_SKIP() << "permissions are not enforced for this user";
     SingleInstance instance(folder + QStringLiteral("/instance"));
-    EXPECT_EQ(instance.claim({}, 300ms), SingleInstance::Claim::first);
+    EXPECT_EQ(instance.claim({}, {}, 300ms), SingleInstance::Claim::first);
     EXPECT_FALSE(instance.listen()) << "runs on its own";
     QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
