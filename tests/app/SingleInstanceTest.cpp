@@ -8,6 +8,7 @@
 #include <QLocalSocket>
 #include <QLockFile>
 #include <QMetaObject>
+#include <QProcess>
 #include <QThread>
 
 #include <gtest/gtest.h>
@@ -169,6 +170,33 @@ TEST(SingleInstance, StartThatHoldsTheLockKeepsOthersOut)
     EXPECT_EQ(SingleInstance(path).claim({}, {}, 300ms), SingleInstance::Claim::noAnswer);
     otherStart.unlock();
     EXPECT_EQ(SingleInstance(path).claim({}, {}, 300ms), SingleInstance::Claim::first);
+}
+
+TEST(SingleInstance, LockOfAStartThatWasKilledDoesNotHoldUpTheNext)
+{
+    TestEnvironment environment;
+    const QString path = runtimeFolder(environment) + QStringLiteral("/instance");
+    const QString lockPath = path + QStringLiteral(".lock");
+    // A lock file as a start leaves it when killed before it listened: Qt's
+    // own format, naming a process that no longer exists.
+    QByteArray contents;
+    {
+        QLockFile lock(lockPath);
+        ASSERT_TRUE(lock.tryLock(0));
+        contents = readFile(lockPath);
+    }
+    QProcess shell;
+    shell.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QStringLiteral("echo $$")});
+    ASSERT_TRUE(shell.waitForFinished(5000));
+    const QByteArray deadPid = shell.readAllStandardOutput().trimmed();
+    ASSERT_FALSE(deadPid.isEmpty());
+    writeFile(lockPath, deadPid + contents.mid(contents.indexOf('\n')));
+
+    // Too young to count as stale by age: only recognising that its owner is
+    // gone lets the claim in before its time is up.
+    SingleInstance next(path);
+    EXPECT_EQ(next.claim({}, {}, 3s), SingleInstance::Claim::first);
+    EXPECT_TRUE(next.listen());
 }
 
 TEST(SingleInstance, UnwritableRuntimeFolderStillStarts)
