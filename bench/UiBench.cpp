@@ -97,9 +97,27 @@ void showResult(QWidget& window)
 struct Figures {
     const char* name;
     std::vector<double> milliseconds;  // whole update, wall clock
-    std::vector<double> paintMilliseconds;  // of which the repaint
     std::vector<double> cpuMilliseconds;  // whole update, this thread's CPU time
+    std::vector<double> paintEvents;  // widgets painted by the update
+    std::vector<double> grabMilliseconds;  // a full repaint of the window, for comparison
 };
+
+// Counts the paint events the window's widgets receive, to show that an
+// update's figure includes painting what it changed.
+class PaintCounter : public QObject {
+public:
+    int paints = 0;
+
+protected:
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        if (event->type() == QEvent::Paint)
+            ++paints;
+        return QObject::eventFilter(watched, event);
+    }
+};
+
+PaintCounter* paintCounter = nullptr;
 
 // CPU time of the calling thread: on a machine shared with other work the
 // wall clock also counts the time other processes held the cores.
@@ -118,27 +136,35 @@ double percentile(std::vector<double> v, double q)
 
 void report(const Figures& f)
 {
-    std::printf("%-28s runs %3zu  wall median %6.2f p95 %6.2f max %6.2f ms (repaint %5.2f)  cpu median %6.2f p95 %6.2f ms\n",
+    std::printf("%-28s runs %3zu  wall median %6.2f p95 %6.2f max %6.2f ms  cpu median %6.2f p95 %6.2f ms"
+                "  (paints median %3.0f; full-window grab %5.2f ms)\n",
                 f.name, f.milliseconds.size(), percentile(f.milliseconds, 0.5), percentile(f.milliseconds, 0.95),
-                percentile(f.milliseconds, 1.0), percentile(f.paintMilliseconds, 0.5),
-                percentile(f.cpuMilliseconds, 0.5), percentile(f.cpuMilliseconds, 0.95));
+                percentile(f.milliseconds, 1.0), percentile(f.cpuMilliseconds, 0.5),
+                percentile(f.cpuMilliseconds, 0.95), percentile(f.paintEvents, 0.5),
+                percentile(f.grabMilliseconds, 0.5));
 }
 
 template <typename Action>
 void timed(Figures& figures, QWidget& window, Action&& action)
 {
+    // The update ends when the window has repainted what changed: the
+    // widgets' update requests are posted events, delivered by runQueued().
+    const int paintsBefore = paintCounter->paints;
     const double cpuStart = threadCpuMilliseconds();
     QElapsedTimer timer;
     timer.start();
     action();
     runQueued();
-    const qint64 refreshed = timer.nsecsElapsed();
+    figures.milliseconds.push_back(double(timer.nsecsElapsed()) / 1e6);
+    figures.cpuMilliseconds.push_back(threadCpuMilliseconds() - cpuStart);
+    figures.paintEvents.push_back(paintCounter->paints - paintsBefore);
+    // Painting the whole window again is not part of an update; it is shown
+    // beside it as the upper bound of what any repaint can cost.
+    QElapsedTimer grabTimer;
+    grabTimer.start();
     const QPixmap painted = window.grab();
     Q_UNUSED(painted);
-    const qint64 total = timer.nsecsElapsed();
-    figures.milliseconds.push_back(double(total) / 1e6);
-    figures.paintMilliseconds.push_back(double(total - refreshed) / 1e6);
-    figures.cpuMilliseconds.push_back(threadCpuMilliseconds() - cpuStart);
+    figures.grabMilliseconds.push_back(double(grabTimer.nsecsElapsed()) / 1e6);
 }
 
 void typeCharacter(QWidget& field, QChar c)
@@ -196,6 +222,9 @@ int runUiBench(const std::vector<std::string>& arguments)
     const QString home = dir.path() + QStringLiteral("/home");
 
     theme::applyTheme(*qApp);
+    PaintCounter counter;
+    paintCounter = &counter;
+    qApp->installEventFilter(&counter);
     QuietPlatform platform;
     BuildStore store(&platform);
     std::unique_ptr<QWidget> shown;
@@ -222,7 +251,7 @@ int runUiBench(const std::vector<std::string>& arguments)
 
     QRandomGenerator random(42);
     const QList<BuildDiagnostic> visible = store.visibleDiagnostics();
-    Figures selecting{"select a diagnostic", {}, {}, {}};
+    Figures selecting{"select a diagnostic", {}, {}, {}, {}};
     for (int i = 0; i < runs("select", 60); ++i) {
         const QUuid id = visible[random.bounded(int(visible.size()))].id;
         timed(selecting, window, [&] { store.setSelectedDiagnosticID(id); });
@@ -235,7 +264,7 @@ int runUiBench(const std::vector<std::string>& arguments)
         {DiagnosticSeverity::warning},
         {DiagnosticSeverity::error, DiagnosticSeverity::warning},
     };
-    Figures filtering{"change the severity filter", {}, {}, {}};
+    Figures filtering{"change the severity filter", {}, {}, {}, {}};
     for (int i = 0; i < runs("filter", 40); ++i) {
         timed(filtering, window, [&] {
             store.setSeverityFilter(filters[i % 4]);
@@ -256,7 +285,7 @@ int runUiBench(const std::vector<std::string>& arguments)
     }
     if (search)
         search->setFocus();
-    Figures typing{"type into the search field", {}, {}, {}};
+    Figures typing{"type into the search field", {}, {}, {}, {}};
     QStringList words{QStringLiteral("never used"), QStringLiteral("feature12"), QStringLiteral("settingsstore"),
                       QStringLiteral("item77")};
     if (runs("type", 1) == 0)
@@ -280,14 +309,15 @@ int runUiBench(const std::vector<std::string>& arguments)
     }
     // The store's own share: the list of visible diagnostics, which every
     // view that needs it computes afresh.
-    Figures visibleList{"store.visibleDiagnostics()", {}, {}, {}};
+    Figures visibleList{"store.visibleDiagnostics()", {}, {}, {}, {}};
     for (int i = 0; i < 20; ++i) {
         const double cpuStart = threadCpuMilliseconds();
         QElapsedTimer timer;
         timer.start();
         const QList<BuildDiagnostic> list = store.visibleDiagnostics();
         visibleList.milliseconds.push_back(double(timer.nsecsElapsed()) / 1e6);
-        visibleList.paintMilliseconds.push_back(0);
+        visibleList.paintEvents.push_back(0);
+        visibleList.grabMilliseconds.push_back(0);
         visibleList.cpuMilliseconds.push_back(threadCpuMilliseconds() - cpuStart);
     }
 
@@ -295,6 +325,8 @@ int runUiBench(const std::vector<std::string>& arguments)
         if (!figures->milliseconds.empty())
             report(*figures);
     }
+    qApp->removeEventFilter(&counter);
+    paintCounter = nullptr;
     return 0;
 }
 

@@ -2,6 +2,7 @@
 
 #include "ContentView.h"
 
+#include <QFileOpenEvent>
 #include <QMetaObject>
 
 namespace corvane {
@@ -26,6 +27,34 @@ ContentView& CorvaneApp::openWindow()
     window->show();
     m_windows.push_back(std::move(window));
     return *m_windows.back();
+}
+
+void CorvaneApp::bringToFront()
+{
+    for (const std::unique_ptr<ContentView>& window : m_windows) {
+        window->setWindowState((window->windowState() & ~Qt::WindowMinimized) | Qt::WindowActive);
+        window->show();
+        window->raise();
+        window->activateWindow();
+    }
+}
+
+bool CorvaneApp::eventFilter(QObject* watched, QEvent* event)
+{
+    if (event->type() != QEvent::FileOpen)
+        return QObject::eventFilter(watched, event);
+    const QString path = static_cast<QFileOpenEvent*>(event)->file();
+    if (path.isEmpty())
+        return false;
+    // Queued, so an unreadable file's alert does not run inside the event's delivery.
+    QMetaObject::invokeMethod(
+        this,
+        [this, path] {
+            bringToFront();
+            m_store.importLogFile(path);
+        },
+        Qt::QueuedConnection);
+    return true;
 }
 
 } // namespace corvane

@@ -27,6 +27,14 @@ public:
     BuildStore& store() { return m_store; }
     // Every window shows the same store.
     ContentView& openWindow();
+    // Shows every window on top and un-minimised, as asked by a later start.
+    void bringToFront();
+
+protected:
+    // Installed on the application: on macOS a file opened from the Finder
+    // ("Open With", a drop on the Dock icon) arrives as an event, not as an
+    // argument, and is imported like a log given on the command line.
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 private:
     WidgetsDesktopPlatform m_platform;

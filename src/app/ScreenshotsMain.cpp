@@ -19,6 +19,7 @@
 #include <QMenu>
 #include <QScreen>
 #include <QSplitter>
+#include <QStandardPaths>
 #include <QThread>
 
 #include <cstdio>
@@ -128,6 +129,11 @@ int main(int argc, char* argv[])
     qputenv("HOME", QFile::encodeName(home.path()));
     qputenv("XDG_DATA_HOME", QFile::encodeName(home.path() + QStringLiteral("/data")));
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(home.path() + QStringLiteral("/config")));
+#if defined(Q_OS_MACOS)
+    // macOS ignores the XDG variables; in test mode the data folder is under
+    // $HOME instead of the user's Application Support.
+    QStandardPaths::setTestModeEnabled(true);
+#endif
 
     QGuiApplication::setDesktopSettingsAware(false);
     QApplication app(argc, argv);

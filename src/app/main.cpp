@@ -1,11 +1,21 @@
 #include "CorvaneApp.h"
+#include "SingleInstance.h"
 #include "Theme.h"
 
 #include <QApplication>
 #include <QCommandLineParser>
-#include <QTimer>
+#include <QFileInfo>
+#include <QStandardPaths>
+
+#include <cstdio>
+#include <memory>
+
+using namespace std::chrono_literals;
 
 namespace {
+
+// Long enough for a running window that is busy capturing a build.
+constexpr std::chrono::milliseconds handOverTimeout = 15s;
 
 void nameApplication()
 {
@@ -14,12 +24,10 @@ void nameApplication()
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVANE_VERSION));
 }
 
-// The options are read before any window system is touched, so --help and
-// --version also work without a display.
-QStringList logsFromCommandLine(int argc, char* argv[])
+// Ends the process for --help and --version. The log's path is made absolute
+// here because a running instance may be handed it from another folder.
+QStringList logsFromCommandLine(const QCoreApplication& application)
 {
-    QCoreApplication probe(argc, argv);
-    nameApplication();
     QCommandLineParser options;
     options.setApplicationDescription(QStringLiteral("Shows the useful part of every Xcode build."));
     options.addHelpOption();
@@ -27,15 +35,42 @@ QStringList logsFromCommandLine(int argc, char* argv[])
     options.addPositionalArgument(QStringLiteral("log"),
                                   QStringLiteral("A plain-text build log to import at start."),
                                   QStringLiteral("[log]"));
-    options.process(probe);
-    return options.positionalArguments();
+    options.process(application);
+    const QStringList arguments = options.positionalArguments();
+    if (arguments.isEmpty())
+        return {};
+    return {QFileInfo(arguments.first()).absoluteFilePath()};
 }
 
 } // namespace
 
 int main(int argc, char* argv[])
 {
-    const QStringList logs = logsFromCommandLine(argc, argv);
+    std::unique_ptr<corvane::SingleInstance> instance;
+    QStringList logs;
+    // The command line is read, and a running instance asked, before any
+    // window system is touched: --help, --version and a start that hands over
+    // to the running window need no display.
+    {
+        QCoreApplication probe(argc, argv);
+        nameApplication();
+        logs = logsFromCommandLine(probe);
+
+        const QString dataFolder = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+        instance = std::make_unique<corvane::SingleInstance>(corvane::SingleInstance::socketPathFor(dataFolder));
+        // Left in place: should this start be the first, the window system
+        // plugin uses it for its own window.
+        const QString activationToken = qEnvironmentVariable("XDG_ACTIVATION_TOKEN");
+        switch (instance->claim(logs, activationToken, handOverTimeout)) {
+        case corvane::SingleInstance::Claim::handedOver:
+            return 0;
+        case corvane::SingleInstance::Claim::noAnswer:
+            std::fputs("corvane: Corvane is already running but does not answer.\n", stderr);
+            return 1;
+        case corvane::SingleInstance::Claim::first:
+            break;
+        }
+    }
 
     // The window has one dark look; the desktop's fonts and colours must not
     // leak into it.
@@ -45,14 +80,39 @@ int main(int argc, char* argv[])
     QGuiApplication::setDesktopFileName(QStringLiteral("org.corvane.Corvane"));
     corvane::theme::applyTheme(app);
 
+    // Before the store loads its history, so a start waiting on the lock is let
+    // in early; its request is answered once the event loop runs.
+    instance->listen();
+
     corvane::CorvaneApp corvane;
     corvane.openWindow();
+    app.installEventFilter(&corvane);
+
+    // Queued: a later start has its answer and ends before the import runs,
+    // and an unreadable file's alert does not hold it up.
+    QObject::connect(
+        instance.get(), &corvane::SingleInstance::activationRequested, &corvane,
+        [&corvane](const QStringList& handedLogs, const QString& activationToken) {
+            // The Wayland plugin activates a window with the token it finds
+            // here; it must not stay behind for the next request or for the
+            // programs this one starts.
+            if (!activationToken.isEmpty())
+                qputenv("XDG_ACTIVATION_TOKEN", activationToken.toUtf8());
+            corvane.bringToFront();
+            qunsetenv("XDG_ACTIVATION_TOKEN");
+            for (const QString& log : handedLogs)
+                corvane.store().importLogFile(log);
+        },
+        Qt::QueuedConnection);
 
     // After the window is up, so an unreadable file's alert has a window to sit on.
     if (!logs.isEmpty()) {
-        QTimer::singleShot(0, &corvane, [&corvane, log = logs.first()] {
-            corvane.store().importLogFile(log);
-        });
+        QMetaObject::invokeMethod(
+            &corvane, [&corvane, log = logs.first()] { corvane.store().importLogFile(log); },
+            Qt::QueuedConnection);
     }
-    return app.exec();
+    const int status = app.exec();
+    // The socket goes while the event dispatcher it is registered with exists.
+    instance.reset();
+    return status;
 }

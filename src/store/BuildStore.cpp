@@ -568,11 +568,24 @@ QList<BuildDiagnostic> BuildStore::visibleDiagnostics() const
     const BuildSession* session = d->activeSession();
     if (!session)
         return {};
+    const QList<qsizetype> positions = visibleDiagnosticPositions();
+    QList<BuildDiagnostic> visible;
+    visible.reserve(positions.size());
+    for (const qsizetype position : positions)
+        visible.append(session->diagnostics.at(position));
+    return visible;
+}
+
+QList<qsizetype> BuildStore::visibleDiagnosticPositions() const
+{
+    const BuildSession* session = d->activeSession();
+    if (!session)
+        return {};
 
     // The rule of diagnosticDisplayOrder, with the set lookups done once per
     // diagnostic and the collator consulted once per distinct file name.
     struct Entry {
-        const BuildDiagnostic* diagnostic;
+        qsizetype position;
         int severity;
         bool pinned;
         FileNameRanking::Place name;
@@ -580,11 +593,13 @@ QList<BuildDiagnostic> BuildStore::visibleDiagnostics() const
     };
     const Private::Visibility visibility = d->visibility();
     const QString& project = session->projectName;
-    QList<const BuildDiagnostic*> shown;
+    const QList<BuildDiagnostic>& diagnostics = session->diagnostics;
+    QList<qsizetype> shown;
     QList<QStringView> fileNames;
-    for (const BuildDiagnostic& diagnostic : session->diagnostics) {
+    for (qsizetype position = 0; position < diagnostics.size(); ++position) {
+        const BuildDiagnostic& diagnostic = diagnostics[position];
         if (visibility.passes(diagnostic, project)) {
-            shown.append(&diagnostic);
+            shown.append(position);
             fileNames.append(FileNameRanking::fileName(diagnostic.filePath));
         }
     }
@@ -593,10 +608,10 @@ QList<BuildDiagnostic> BuildStore::visibleDiagnostics() const
     std::vector<Entry> entries;
     entries.reserve(size_t(shown.size()));
     for (qsizetype i = 0; i < shown.size(); ++i) {
-        const BuildDiagnostic& diagnostic = *shown[i];
+        const BuildDiagnostic& diagnostic = diagnostics[shown[i]];
         const bool pinned = diagnostic.severity == DiagnosticSeverity::warning
             && d->pinnedDiagnostics.contains({preferenceProject, diagnostic.signature()});
-        entries.push_back({&diagnostic, int(diagnostic.severity), pinned, ranking.place(fileNames[i]),
+        entries.push_back({shown[i], int(diagnostic.severity), pinned, ranking.place(fileNames[i]),
                            diagnostic.line.value_or(std::numeric_limits<qint64>::max())});
     }
 
@@ -610,11 +625,11 @@ QList<BuildDiagnostic> BuildStore::visibleDiagnostics() const
         return a.line < b.line;
     });
 
-    QList<BuildDiagnostic> visible;
-    visible.reserve(qsizetype(entries.size()));
+    QList<qsizetype> order;
+    order.reserve(qsizetype(entries.size()));
     for (const Entry& entry : entries)
-        visible.append(*entry.diagnostic);
-    return visible;
+        order.append(entry.position);
+    return order;
 }
 
 QList<BuildDiagnostic> BuildStore::visibleFixedDiagnostics() const
@@ -679,8 +694,10 @@ void BuildStore::ensureSelectionVisible()
         if (selected != session->diagnostics.cend() && isDiagnosticVisible(*selected, *session))
             return;
     }
-    const QList<BuildDiagnostic> visible = visibleDiagnostics();
-    d->setSelectedDiagnosticID(visible.isEmpty() ? std::nullopt : std::optional(visible.first().id));
+    const BuildSession* session = d->activeSession();
+    const QList<qsizetype> visible = visibleDiagnosticPositions();
+    d->setSelectedDiagnosticID(visible.isEmpty() ? std::nullopt
+                                                 : std::optional(session->diagnostics.at(visible.first()).id));
 }
 
 // ---------------------------------------------------------------------------

@@ -103,6 +103,9 @@ public:
     BuildComparison activeComparison() const;
     QString statusText() const;
     QList<BuildDiagnostic> visibleDiagnostics() const;
+    // The same list as positions in the active session's diagnostics, for
+    // views that keep the session's list and need no copy of each record.
+    QList<qsizetype> visibleDiagnosticPositions() const;
     // Whether visibleDiagnostics() would hold anything, without sorting it.
     bool hasVisibleDiagnostics() const;
     QList<BuildDiagnostic> visibleFixedDiagnostics() const;

@@ -193,8 +193,13 @@ void BuildHistorySection::refresh()
     m_lastSessionCount = sessionCount;
     m_lastFocus = focus;
 
-    m_toggle->setIcon(theme::symbolIcon(m_expanded ? QStringLiteral("chevron.down") : QStringLiteral("chevron.right"),
-                                        theme::secondaryText(), 9));
+    // Setting an icon repaints the button even when it is the same one.
+    if (m_toggleShowsExpanded != m_expanded) {
+        m_toggleShowsExpanded = m_expanded;
+        m_toggle->setIcon(theme::symbolIcon(m_expanded ? QStringLiteral("chevron.down")
+                                                       : QStringLiteral("chevron.right"),
+                                            theme::secondaryText(), 9));
+    }
     const bool paged = m_expanded && HistoryPager::isNeeded(count);
     m_pager->setVisible(paged);
     m_count->setVisible(!paged);

@@ -43,6 +43,7 @@ private:
     BuildStore& m_store;
     StoreRefresh* m_refresh;
     bool m_expanded = true;
+    std::optional<bool> m_toggleShowsExpanded;
     qsizetype m_startIndex = 0;
     // What the reset rules compare against: the last values seen.
     qsizetype m_lastSessionCount;

@@ -43,7 +43,12 @@ bool DiagnosticListModel::rebuild(const BuildStore& store)
     QList<BuildDiagnostic> fixed;
     if (comparison.hasBaseline)
         fixed = listedFixedDiagnostics(store);
-    QList<BuildDiagnostic> visible = store.visibleDiagnostics();
+    // The rows point into the session's own list, shared rather than copied:
+    // a large build's records are never duplicated for the view.
+    const std::optional<BuildSession> session = store.activeSession();
+    QList<BuildDiagnostic> diagnostics = session ? session->diagnostics : QList<BuildDiagnostic>();
+    const QUuid sessionID = session ? session->id : QUuid();
+    const QList<qsizetype> visible = store.visibleDiagnosticPositions();
 
     QList<Row> rows;
     rows.reserve(visible.size() + fixed.size() + 64);
@@ -80,8 +85,8 @@ bool DiagnosticListModel::rebuild(const BuildStore& store)
         groupOfPath.insert(d.filePath.value_or(QString()), *it);
         return *it;
     };
-    for (qsizetype i = 0; i < visible.size(); ++i)
-        groups[groupFor(visible[i])].members.append(i);
+    for (const qsizetype position : visible)
+        groups[groupFor(diagnostics[position])].members.append(position);
     QCollator collator;
     collator.setCaseSensitivity(Qt::CaseInsensitive);
     std::stable_sort(groups.begin(), groups.end(), [&collator](const Group& a, const Group& b) {
@@ -90,21 +95,24 @@ bool DiagnosticListModel::rebuild(const BuildStore& store)
 
     for (const Group& group : std::as_const(groups)) {
         rows.append({RowKind::fileHeader, -1, group.fileName.toUpper(), false});
-        for (const qsizetype i : group.members)
-            rows.append({RowKind::diagnostic, i, {}, comparison.newDiagnosticIDs.contains(visible[i].id)});
+        for (const qsizetype position : group.members)
+            rows.append({RowKind::diagnostic, position, {},
+                         comparison.newDiagnosticIDs.contains(diagnostics[position].id)});
     }
 
-    // Rows refer to diagnostics by position, so equal rows over equal ids mean
-    // nothing the user sees has changed (ids are unique per parsed diagnostic).
+    // A captured build never changes, so equal rows of the same build over
+    // equal fixed diagnostics mean nothing the user sees has changed (ids are
+    // unique per parsed diagnostic).
     const auto sameIDs = [](const QList<BuildDiagnostic>& a, const QList<BuildDiagnostic>& b) {
         return std::equal(a.cbegin(), a.cend(), b.cbegin(), b.cend(),
                           [](const BuildDiagnostic& x, const BuildDiagnostic& y) { return x.id == y.id; });
     };
-    if (rows == m_rows && sameIDs(visible, m_visible) && sameIDs(fixed, m_fixed))
+    if (sessionID == m_sessionID && rows == m_rows && sameIDs(fixed, m_fixed))
         return false;
 
     beginResetModel();
-    m_visible = std::move(visible);
+    m_sessionID = sessionID;
+    m_diagnostics = std::move(diagnostics);
     m_fixed = std::move(fixed);
     m_rows = std::move(rows);
     endResetModel();
@@ -136,7 +144,7 @@ const BuildDiagnostic* DiagnosticListModel::diagnosticAt(int row) const
     const Row& r = m_rows.at(row);
     switch (r.kind) {
     case RowKind::diagnostic:
-        return &m_visible.at(r.source);
+        return &m_diagnostics.at(r.source);
     case RowKind::fixedDiagnostic:
         return &m_fixed.at(r.source);
     case RowKind::fixedHeader:

@@ -60,7 +60,7 @@ public:
 private:
     struct Row {
         RowKind kind;
-        // Index into m_fixed or m_visible for diagnostic rows.
+        // Index into m_fixed or m_diagnostics for diagnostic rows.
         qsizetype source = -1;
         QString header;
         bool isNew = false;
@@ -68,7 +68,9 @@ private:
         bool operator==(const Row&) const = default;
     };
 
-    QList<BuildDiagnostic> m_visible;
+    // The active build's diagnostics, all of them; the rows pick the visible ones.
+    QUuid m_sessionID;
+    QList<BuildDiagnostic> m_diagnostics;
     QList<BuildDiagnostic> m_fixed;
     QList<Row> m_rows;
 };

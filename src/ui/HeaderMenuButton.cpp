@@ -19,6 +19,10 @@ HeaderMenuButton::HeaderMenuButton(QWidget* parent) : QToolButton(parent)
 
 void HeaderMenuButton::setContent(const Content& content)
 {
+    // The header sets its buttons' content on every store change; only a
+    // real change may cost the header a new layout.
+    if (content == m_content)
+        return;
     m_content = content;
     updateGeometry();
     update();

@@ -23,6 +23,8 @@ public:
         int horizontalPadding = 10;
         QColor foreground;
         QColor outline;
+
+        bool operator==(const Content&) const = default;
     };
 
     explicit HeaderMenuButton(QWidget* parent = nullptr);

@@ -16,24 +16,33 @@ HistoryCard::HistoryCard(QWidget* parent) : QAbstractButton(parent)
 
 void HistoryCard::setSession(const BuildSession& session, bool isActive)
 {
+    // A captured build never changes, so the same build in the same state
+    // needs neither new counts nor a repaint.
+    if (session.id == m_session.id && isActive == m_isActive && !m_session.id.isNull())
+        return;
     m_session = session;
     m_isActive = isActive;
+    m_errorCount = session.errorCount();
+    m_warningCount = session.warningCount();
     const QString time = theme::timeOfDay(session.startedAt.toDateTime());
     setAccessibleName(session.projectName.toUpper() + QStringLiteral(", ") + time + QStringLiteral(", ")
-                      + summaryText(session));
+                      + summaryText(m_errorCount, m_warningCount));
     setToolTip(session.sourceName);
     update();
 }
 
 QString HistoryCard::summary() const
 {
-    return summaryText(m_session);
+    return summaryText(m_errorCount, m_warningCount);
 }
 
 QString HistoryCard::summaryText(const BuildSession& session)
 {
-    const qsizetype errors = session.errorCount();
-    const qsizetype warnings = session.warningCount();
+    return summaryText(session.errorCount(), session.warningCount());
+}
+
+QString HistoryCard::summaryText(qsizetype errors, qsizetype warnings)
+{
     if (errors >= 1)
         return QString::number(errors) + QStringLiteral(" ERROR") + (errors == 1 ? QString() : QStringLiteral("S"));
     if (warnings >= 1)
@@ -44,9 +53,14 @@ QString HistoryCard::summaryText(const BuildSession& session)
 
 QColor HistoryCard::statusColor(const BuildSession& session)
 {
-    if (session.errorCount() >= 1)
+    return statusColor(session.errorCount(), session.warningCount());
+}
+
+QColor HistoryCard::statusColor(qsizetype errors, qsizetype warnings)
+{
+    if (errors >= 1)
         return theme::red();
-    if (session.warningCount() > 0)
+    if (warnings > 0)
         return theme::orange();
     return theme::green();
 }
@@ -65,7 +79,7 @@ void HistoryCard::paintEvent(QPaintEvent*)
         outline = theme::withOpacity(theme::cyan(), 0.7);
     theme::paintRoundedPanel(painter, bounds, 10, fill, outline);
 
-    const QColor status = statusColor(m_session);
+    const QColor status = statusColor(m_errorCount, m_warningCount);
     const QFont projectFont = theme::monospaced(9, QFont::Bold);
     const QFont timeFont = theme::monospaced(8);
     const QFont chipFont = theme::monospaced(8, QFont::DemiBold);
@@ -102,8 +116,8 @@ void HistoryCard::paintEvent(QPaintEvent*)
         qsizetype count;
         QColor color;
     };
-    QList<Chip> chips{{QStringLiteral("xmark"), m_session.errorCount(), theme::red()},
-                      {QStringLiteral("exclamationmark"), m_session.warningCount(), theme::orange()}};
+    QList<Chip> chips{{QStringLiteral("xmark"), m_errorCount, theme::red()},
+                      {QStringLiteral("exclamationmark"), m_warningCount, theme::orange()}};
     if (m_session.comparison.hasBaseline) {
         chips.append({QStringLiteral("sparkles"), m_session.comparison.newDiagnosticIDs.size(), theme::cyan()});
         chips.append({QStringLiteral("checkmark"), m_session.comparison.fixedDiagnostics.size(), theme::green()});
@@ -126,7 +140,7 @@ void HistoryCard::paintEvent(QPaintEvent*)
     // Line 3: the summary in the status colour.
     painter.setPen(status);
     painter.drawText(QRectF(content.left(), y, content.width(), line3), Qt::AlignLeft | Qt::AlignVCenter,
-                     summaryText(m_session));
+                     summaryText(m_errorCount, m_warningCount));
 }
 
 } // namespace corvane

@@ -31,8 +31,15 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    static QString summaryText(qsizetype errors, qsizetype warnings);
+    static QColor statusColor(qsizetype errors, qsizetype warnings);
+
     BuildSession m_session;
     bool m_isActive = false;
+    // Counting walks every diagnostic of the build; a card is repainted far
+    // more often than its build changes.
+    qsizetype m_errorCount = 0;
+    qsizetype m_warningCount = 0;
 };
 
 } // namespace corvane

@@ -201,6 +201,26 @@ TEST(DiagnosticListView, NarrowsTheFixedSectionBySearchAndSeverity)
     EXPECT_EQ(shownRows(view).size(), 7);
 }
 
+TEST(DiagnosticListView, ShowsTheActiveBuildEvenWhenItsRowsLookTheSame)
+{
+    // Two builds from the same text lay out identical rows; the list must
+    // still hand out the records of the build that is active.
+    StoreFixture f;
+    const QString log = QStringLiteral("/src/A.swift:1:1: error: same error");
+    f.store->captureManualLog(log, QStringLiteral("first.log"));
+    f.store->captureManualLog(log, QStringLiteral("second.log"));
+    DiagnosticListView view(*f.store);
+    const QList<BuildSession> sessions = f.store->sessions();
+    ASSERT_EQ(sessions.size(), 2);
+
+    for (const BuildSession& session : sessions) {
+        f.store->selectSession(session);
+        settle();
+        ASSERT_EQ(shownRows(view), (QStringList{QStringLiteral("== A.SWIFT"), QStringLiteral("same error")}));
+        EXPECT_EQ(idOfRow(view, 1), session.diagnostics.first().id) << session.sourceName.toStdString();
+    }
+}
+
 TEST(DiagnosticListView, SelectionFollowsClicksAndTheStore)
 {
     StoreFixture f;
