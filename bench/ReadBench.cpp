@@ -176,12 +176,17 @@ int generateActivityLogCommand(const std::vector<std::string>& arguments)
 {
     std::size_t megabytes = 100;
     std::uint32_t seed = 1;
+    TranscriptShape shape;
     QString output;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         if (arguments[i] == "--mb" && i + 1 < arguments.size())
             megabytes = std::stoul(arguments[++i]);
         else if (arguments[i] == "--seed" && i + 1 < arguments.size())
             seed = static_cast<std::uint32_t>(std::stoul(arguments[++i]));
+        else if (arguments[i] == "--diagnostics-per-mb" && i + 1 < arguments.size())
+            shape.diagnosticsPerMebibyte = std::stod(arguments[++i]);
+        else if (arguments[i] == "--variant" && i + 1 < arguments.size())
+            shape.variant = static_cast<std::uint32_t>(std::stoul(arguments[++i]));
         else
             output = QString::fromStdString(arguments[i]);
     }
@@ -192,7 +197,7 @@ int generateActivityLogCommand(const std::vector<std::string>& arguments)
 
     // The framing adds a few percent; aim the whole log at the requested size.
     const std::size_t target = megabytes * 1024 * 1024;
-    const std::string log = frameAsActivityLog(generateTranscript(target - target / 40, seed), seed);
+    const std::string log = frameAsActivityLog(generateTranscript(target - target / 40, seed, shape), seed);
 
     QProcess gzip;
     gzip.setStandardOutputFile(output);
@@ -222,7 +227,8 @@ int generateActivityLogCommand(const std::vector<std::string>& arguments)
 }
 
 RegisterBenchCommand readRegistration("read", "[--repeat N] FILE", readCommand);
-RegisterBenchCommand generateRegistration("gen-activity-log", "[--mb N] [--seed S] OUT",
+RegisterBenchCommand generateRegistration("gen-activity-log",
+                                          "[--mb N] [--seed S] [--diagnostics-per-mb D] [--variant V] OUT",
                                           generateActivityLogCommand);
 
 } // namespace

@@ -57,8 +57,8 @@ constexpr std::array<std::string_view, 8> buildNotes = {
 
 class Generator {
 public:
-    Generator(std::size_t bytes, std::uint32_t seed)
-        : m_target(bytes), m_random(seed)
+    Generator(std::size_t bytes, std::uint32_t seed, TranscriptShape shape)
+        : m_target(bytes), m_random(seed), m_shape(shape), m_moves(seed * 2654435761u + shape.variant)
     {
         m_out.reserve(bytes + 128 * 1024);
         m_root = "/Users/ustra/Developer/ExampleApp";
@@ -170,7 +170,12 @@ private:
     {
         const unsigned kind = pick(10);
         std::string text(path);
-        text += ':' + std::to_string(1 + pick(900));
+        unsigned lineNumber = 1 + pick(900);
+        // Its own random stream, so that moving a diagnostic leaves the rest
+        // of the transcript as it was.
+        if (m_shape.variant != 0 && m_moves() % 20 == 0)
+            lineNumber += 1 + m_moves() % 40;
+        text += ':' + std::to_string(lineNumber);
         if (pick(5) != 0)
             text += ':' + std::to_string(1 + pick(120));
         if (kind < 3)
@@ -187,6 +192,7 @@ private:
     void compileStep()
     {
         const std::string primary = sourcePath(any(sourceExtensions));
+        const std::size_t stepStart = m_out.size();
         line("");
         line("CompileSwift normal arm64 " + primary + " (in target 'ExampleApp' from project 'ExampleApp')");
         line("    cd " + m_root);
@@ -195,7 +201,14 @@ private:
             // A location without a severity, as stack traces and remarks print them.
             line("    in " + primary + ":" + std::to_string(1 + pick(500)) + " (inlined from closure #1)");
         }
-        const unsigned diagnostics = pick(5) < 2 ? 0 : 1 + pick(3);
+        unsigned diagnostics = 0;
+        if (m_shape.diagnosticsPerMebibyte < 0) {
+            diagnostics = pick(5) < 2 ? 0 : 1 + pick(3);
+        } else {
+            const double mean = m_shape.diagnosticsPerMebibyte * double(m_out.size() - stepStart) / (1024.0 * 1024.0);
+            if (mean > 0)
+                diagnostics = std::poisson_distribution<unsigned>(mean)(m_random);
+        }
         for (unsigned i = 0; i < diagnostics; ++i)
             diagnostic(pick(4) == 0 ? sourcePath(any(sourceExtensions)) : primary);
         if (diagnostics > 0 && pick(4) == 0)
@@ -229,7 +242,7 @@ private:
              + "/Build/Intermediates.noindex/ExampleApp.build/Debug-iphonesimulator/ExampleApp.build/Script-8F2A1B.sh (in target 'ExampleApp' from project 'ExampleApp')");
         line("    cd " + m_root);
         line("    /bin/sh -c " + m_derived + "/Build/Intermediates.noindex/ExampleApp.build/Debug-iphonesimulator/ExampleApp.build/Script-8F2A1B.sh");
-        const unsigned findings = pick(4);
+        const unsigned findings = m_shape.diagnosticsPerMebibyte < 0 ? pick(4) : 0;
         for (unsigned i = 0; i < findings; ++i) {
             line(sourcePath("swift") + ":" + std::to_string(1 + pick(400)) + ":" + std::to_string(1 + pick(80))
                  + ": warning: Line Length Violation: Line should be 120 characters or less; currently it has "
@@ -264,6 +277,8 @@ private:
 
     std::size_t m_target;
     std::mt19937 m_random;
+    TranscriptShape m_shape;
+    std::mt19937 m_moves;
     std::string m_out;
     std::string m_root;
     std::string m_derived;
@@ -271,9 +286,9 @@ private:
 
 } // namespace
 
-std::string generateTranscript(std::size_t bytes, std::uint32_t seed)
+std::string generateTranscript(std::size_t bytes, std::uint32_t seed, TranscriptShape shape)
 {
-    return Generator(bytes, seed).run();
+    return Generator(bytes, seed, shape).run();
 }
 
 } // namespace corvane::bench
