@@ -18,7 +18,6 @@
 #include <limits>
 #include <vector>
 #include <string_view>
-#include <unordered_set>
 
 namespace corvane {
 
@@ -435,45 +434,88 @@ BuildComparison BuildStore::compareDiagnostics(const QList<BuildDiagnostic>& cur
     if (!previous)
         return BuildComparison::empty();
 
-    // Sets of the diagnostics themselves, hashed and compared by signature,
-    // so no signature is copied and each is hashed once per lookup.
-    struct BySignature {
-        size_t operator()(const BuildDiagnostic* d) const
+    // The meaningful diagnostics of each list in flat tables keyed by
+    // signature: each signature is hashed once, the noise test runs once per
+    // diagnostic, and a table is two allocations however long the list.
+    // Huge logs give lists of a hundred thousand; a node per entry would cost
+    // more than the comparison itself.
+    class SignatureTable {
+    public:
+        explicit SignatureTable(const QList<BuildDiagnostic>& list)
         {
-            size_t seed = ::qHash(int(d->severity));
-            seed = qHashOptional(d->filePath, seed);
-            seed = qHashOptional(d->line, seed);
-            seed = qHashOptional(d->column, seed);
-            return ::qHash(d->message, seed);
+            m_entries.reserve(size_t(list.size()));
+            for (const BuildDiagnostic& diagnostic : list) {
+                if (!diagnostic.isBuildNoise())
+                    m_entries.push_back({hashOf(diagnostic), &diagnostic});
+            }
+            size_t capacity = 16;
+            while (capacity < 2 * m_entries.size())
+                capacity *= 2;
+            m_mask = capacity - 1;
+            m_slots.assign(capacity, 0);
+            // One slot per distinct signature, so that repeated diagnostics
+            // cannot make long runs of probes.
+            for (size_t i = 0; i < m_entries.size(); ++i) {
+                size_t slot = m_entries[i].hash & m_mask;
+                bool known = false;
+                for (; m_slots[slot] != 0 && !known; slot = (slot + 1) & m_mask)
+                    known = matches(m_entries[m_slots[slot] - 1], m_entries[i]);
+                if (!known)
+                    m_slots[slot] = quint32(i + 1);
+            }
         }
-        bool operator()(const BuildDiagnostic* a, const BuildDiagnostic* b) const
+
+        // The meaningful diagnostics with their hashes, in list order.
+        struct Entry {
+            size_t hash;
+            const BuildDiagnostic* diagnostic;
+        };
+        const std::vector<Entry>& entries() const { return m_entries; }
+
+        bool contains(const Entry& entry) const
         {
-            return a->severity == b->severity && a->line == b->line && a->column == b->column
-                && a->message == b->message && a->filePath == b->filePath;
+            for (size_t slot = entry.hash & m_mask; m_slots[slot] != 0; slot = (slot + 1) & m_mask) {
+                if (matches(m_entries[m_slots[slot] - 1], entry))
+                    return true;
+            }
+            return false;
         }
-    };
-    using SignatureSet = std::unordered_set<const BuildDiagnostic*, BySignature, BySignature>;
-    const auto meaningful = [](const QList<BuildDiagnostic>& list) {
-        SignatureSet set;
-        set.reserve(size_t(list.size()));
-        for (const BuildDiagnostic& diagnostic : list) {
-            if (!diagnostic.isBuildNoise())
-                set.insert(&diagnostic);
+
+    private:
+        static bool matches(const Entry& a, const Entry& b)
+        {
+            return a.hash == b.hash && sameSignature(*a.diagnostic, *b.diagnostic);
         }
-        return set;
+        static size_t hashOf(const BuildDiagnostic& d)
+        {
+            size_t seed = ::qHash(int(d.severity));
+            seed = qHashOptional(d.filePath, seed);
+            seed = qHashOptional(d.line, seed);
+            seed = qHashOptional(d.column, seed);
+            return ::qHash(d.message, seed);
+        }
+        static bool sameSignature(const BuildDiagnostic& a, const BuildDiagnostic& b)
+        {
+            return a.severity == b.severity && a.line == b.line && a.column == b.column && a.message == b.message
+                && a.filePath == b.filePath;
+        }
+
+        std::vector<Entry> m_entries;
+        std::vector<quint32> m_slots; // entry index + 1; 0 is free
+        size_t m_mask = 0;
     };
-    const SignatureSet previousSignatures = meaningful(*previous);
-    const SignatureSet currentSignatures = meaningful(current);
+    const SignatureTable previousSignatures(*previous);
+    const SignatureTable currentSignatures(current);
 
     BuildComparison comparison;
     comparison.hasBaseline = true;
-    for (const BuildDiagnostic& diagnostic : current) {
-        if (!previousSignatures.contains(&diagnostic) && !diagnostic.isBuildNoise())
-            comparison.newDiagnosticIDs.insert(diagnostic.id);
+    for (const SignatureTable::Entry& entry : currentSignatures.entries()) {
+        if (!previousSignatures.contains(entry))
+            comparison.newDiagnosticIDs.insert(entry.diagnostic->id);
     }
-    for (const BuildDiagnostic& diagnostic : *previous) {
-        if (!currentSignatures.contains(&diagnostic) && !diagnostic.isBuildNoise())
-            comparison.fixedDiagnostics.append(diagnostic);
+    for (const SignatureTable::Entry& entry : previousSignatures.entries()) {
+        if (!currentSignatures.contains(entry))
+            comparison.fixedDiagnostics.append(*entry.diagnostic);
     }
     return comparison;
 }
