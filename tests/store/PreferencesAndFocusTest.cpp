@@ -35,13 +35,7 @@ protected:
     {
         store->captureBuild(logText(lines), activityLogPath(project));
     }
-    BuildDiagnostic active(const QString& message) const
-    {
-        const std::optional<BuildSession> session = store->activeSession();
-        const BuildDiagnostic* found = session ? findByMessage(session->diagnostics, message) : nullptr;
-        EXPECT_TRUE(found) << message.toStdString();
-        return found ? *found : BuildDiagnostic{};
-    }
+    BuildDiagnostic active(const QString& message) const { return activeDiagnostic(*store, message); }
     void restart() { store = std::make_unique<BuildStore>(); }
     QString preferencesFile() const
     {
