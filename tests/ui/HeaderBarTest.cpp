@@ -23,6 +23,14 @@ constexpr auto error_ = DiagnosticSeverity::error;
 constexpr auto warning_ = DiagnosticSeverity::warning;
 constexpr auto note_ = DiagnosticSeverity::note;
 
+QStringList items(const QComboBox& picker)
+{
+    QStringList texts;
+    for (int i = 0; i < picker.count(); ++i)
+        texts.append(picker.itemText(i));
+    return texts;
+}
+
 QStringList menuTexts(const QMenu& menu)
 {
     QStringList texts;
@@ -33,18 +41,14 @@ QStringList menuTexts(const QMenu& menu)
 
 } // namespace
 
-TEST(HeaderBar, SeverityMenuShowsTheStoreFilterAndOnlyFourWholeSets)
+TEST(HeaderBar, SeverityMenuShowsTheStoreFilterAndWritesOnlyFourWholeSets)
 {
     WindowFixture f;
     f.open();
     auto* picker = f.find<QComboBox>(QStringLiteral("severityPicker"));
     EXPECT_EQ(picker->accessibleName(), QStringLiteral("Severity"));
-    EXPECT_EQ(picker->width(), 175);
-    QStringList items;
-    for (int i = 0; i < picker->count(); ++i)
-        items.append(picker->itemText(i));
-    EXPECT_EQ(items, (QStringList{QStringLiteral("Errors + Warnings"), QStringLiteral("Errors"),
-                                  QStringLiteral("Warnings"), QStringLiteral("All")}));
+    EXPECT_EQ(items(*picker), (QStringList{QStringLiteral("Errors + Warnings"), QStringLiteral("Errors"),
+                                           QStringLiteral("Warnings"), QStringLiteral("All")}));
     EXPECT_EQ(picker->currentText(), QStringLiteral("Errors + Warnings"));
 
     const std::pair<QSet<DiagnosticSeverity>, QString> cases[] = {
@@ -61,22 +65,16 @@ TEST(HeaderBar, SeverityMenuShowsTheStoreFilterAndOnlyFourWholeSets)
         settle();
         EXPECT_EQ(picker->currentText(), shown);
     }
-}
 
-TEST(HeaderBar, ChoosingASeverityWritesTheSetAndKeepsTheSelectionVisible)
-{
-    WindowFixture f;
-    f.open();
+    // Choosing writes the whole set and keeps the selection among the listed rows.
     f.store->loadSampleDiagnostics();
-    settle();
+    f.choose(QStringLiteral("severityPicker"), QStringLiteral("Errors + Warnings"));
+    EXPECT_EQ(f.store->severityFilter(), set({error_, warning_}));
     ASSERT_EQ(f.store->selectedDiagnostic()->severity, error_);
-
     f.choose(QStringLiteral("severityPicker"), QStringLiteral("Warnings"));
     EXPECT_EQ(f.store->severityFilter(), set({warning_}));
-    // The error left the list, so the selection moved to a listed warning.
     ASSERT_TRUE(f.store->selectedDiagnostic());
     EXPECT_EQ(f.store->selectedDiagnostic()->severity, warning_);
-
     f.choose(QStringLiteral("severityPicker"), QStringLiteral("All"));
     EXPECT_EQ(f.store->severityFilter(), set({error_, warning_, note_}));
     f.choose(QStringLiteral("severityPicker"), QStringLiteral("Errors"));
@@ -84,43 +82,16 @@ TEST(HeaderBar, ChoosingASeverityWritesTheSetAndKeepsTheSelectionVisible)
     EXPECT_EQ(f.store->selectedDiagnostic()->severity, error_);
 }
 
-TEST(HeaderBar, WarningsMenuWritesTheModeAndTheSelectionFollowsTheList)
+TEST(HeaderBar, WarningsMenuReadsAndWritesTheMode)
 {
     WindowFixture f;
     f.open();
     auto* picker = f.find<QComboBox>(QStringLiteral("warningsPicker"));
     EXPECT_EQ(picker->accessibleName(), QStringLiteral("Warnings"));
-    EXPECT_EQ(picker->width(), 110);
-    ASSERT_EQ(picker->count(), 3);
-    EXPECT_EQ(picker->itemText(0), QStringLiteral("Warnings"));
-    EXPECT_EQ(picker->itemText(1), QStringLiteral("Pinned"));
-    EXPECT_EQ(picker->itemText(2), QStringLiteral("Ignored"));
-
-    f.store->loadSampleDiagnostics();
-    settle();
-    // Pin one warning and select the other: in the pinned view the selected
-    // warning is no longer listed, so the selection has to move.
-    const QList<BuildDiagnostic> visible = f.store->visibleDiagnostics();
-    QList<BuildDiagnostic> warnings;
-    for (const BuildDiagnostic& d : visible) {
-        if (d.severity == warning_)
-            warnings.append(d);
-    }
-    ASSERT_EQ(warnings.size(), 2);
-    f.store->togglePin(warnings[0]);
-    f.store->setSelectedDiagnosticID(warnings[1].id);
-    settle();
+    EXPECT_EQ(items(*picker), (QStringList{QStringLiteral("Warnings"), QStringLiteral("Pinned"), QStringLiteral("Ignored")}));
 
     f.choose(QStringLiteral("warningsPicker"), QStringLiteral("Pinned"));
     EXPECT_EQ(f.store->warningViewMode(), BuildStore::WarningViewMode::pinned);
-    const auto selected = f.store->selectedDiagnostic();
-    ASSERT_TRUE(selected);
-    EXPECT_NE(selected->id, warnings[1].id);
-    bool listed = false;
-    for (const BuildDiagnostic& d : f.store->visibleDiagnostics())
-        listed = listed || d.id == selected->id;
-    EXPECT_TRUE(listed);
-
     // A change made elsewhere shows in the menu.
     f.store->setWarningViewMode(BuildStore::WarningViewMode::ignored);
     settle();
@@ -133,7 +104,6 @@ TEST(HeaderBar, SearchFieldWritesEveryEditAndIsReachableByKeyboard)
     ContentView& window = f.open();
     auto* field = f.find<QLineEdit>(QStringLiteral("searchField"));
     EXPECT_EQ(field->placeholderText(), QStringLiteral("FILTER DIAGNOSTICS"));
-    EXPECT_EQ(field->size(), QSize(230, 32));
 
     QTest::keyClick(field, Qt::Key_R);
     EXPECT_EQ(f.store->searchText(), QStringLiteral("r"));
@@ -203,7 +173,6 @@ TEST(HeaderBar, StatusLineTakesTheCaptureStateColour)
         EXPECT_EQ(label->text(), f.store->statusText());
         EXPECT_EQ(label->palette().color(QPalette::WindowText), colour) << label->text().toStdString();
     }
-    EXPECT_EQ(HeaderBar::captureStatusColor({XcodeBuildWatcher::WatcherState::Kind::processing, {}}), theme::cyan());
 }
 
 TEST(HeaderBar, FocusMenuListsAllProjectsThenTheProjectsWithACheckmarkOnTheFocus)
