@@ -1,8 +1,6 @@
 #include "BinaryPropertyList.h"
 #include "PersistenceTestSupport.h"
 
-#include <QRandomGenerator>
-
 #include <gtest/gtest.h>
 
 #include <bit>
@@ -245,28 +243,13 @@ TEST(BinaryPropertyList, SurvivesTruncationAndBitFlips)
     for (qsizetype length = 0; length < valid.size(); ++length)
         EXPECT_FALSE(BinaryPropertyList::decode(valid.left(length)).ok()) << length;
 
-    // Every single bit flipped in turn, then random multi-byte damage; the
-    // result may decode or not, but must never crash or hang.
+    // Random damage is the fuzz target's work (fuzz/); here every single
+    // bit flipped in turn must decode or fail, never crash or hang.
     int decoded = 0;
     for (qsizetype bit = 0; bit < valid.size() * 8; ++bit) {
         QByteArray damaged = valid;
         damaged[bit / 8] = char(damaged[bit / 8] ^ (1 << (bit % 8)));
         decoded += BinaryPropertyList::decode(damaged).ok();
-    }
-    QRandomGenerator random(7);
-    for (int round = 0; round < 3000; ++round) {
-        QByteArray damaged = valid;
-        for (int i = random.bounded(1, 8); i > 0; --i)
-            damaged[random.bounded(int(damaged.size()))] = char(random.bounded(256));
-        decoded += BinaryPropertyList::decode(damaged).ok();
-    }
-    for (int round = 0; round < 300; ++round) {
-        QByteArray noise(random.bounded(1, 400), '\0');
-        for (char& c : noise)
-            c = char(random.bounded(256));
-        if (round % 2)
-            noise.prepend("bplist00");
-        decoded += BinaryPropertyList::decode(noise).ok();
     }
     // Flips inside string payloads still decode; the count shows the loop ran.
     EXPECT_GT(decoded, 0);

@@ -16,8 +16,6 @@
 namespace corvane {
 namespace {
 
-using namespace Qt::StringLiterals;
-
 using test::readFile;
 using test::sampleSessions;
 using test::writeFile;
@@ -53,24 +51,12 @@ protected:
     BuildHistoryPersistence persistence;
 };
 
-TEST_F(BuildHistoryPersistenceTest, SavedSessionsLoadBackEqualFieldByField)
+// The records' == compares every field, so equal lists mean nothing was lost.
+TEST_F(BuildHistoryPersistenceTest, SavedSessionsLoadBackEqual)
 {
     const QList<BuildSession> sessions = sampleSessions(6, 5);
     ASSERT_TRUE(persistence.save(sessions).ok());
-    const Result<QList<BuildSession>> loaded = persistence.load();
-    ASSERT_TRUE(loaded.ok());
-    ASSERT_EQ(loaded.value().size(), sessions.size());
-    for (qsizetype i = 0; i < sessions.size(); ++i) {
-        const BuildSession& a = sessions[i];
-        const BuildSession& b = loaded.value()[i];
-        EXPECT_EQ(b.id, a.id);
-        EXPECT_EQ(b.startedAt.secondsSinceReferenceDate, a.startedAt.secondsSinceReferenceDate);
-        EXPECT_EQ(b.activityLogPath, a.activityLogPath);
-        EXPECT_EQ(b.comparison.newDiagnosticIDs, a.comparison.newDiagnosticIDs);
-        EXPECT_EQ(b.comparison.fixedDiagnostics, a.comparison.fixedDiagnostics);
-        EXPECT_EQ(b.diagnostics, a.diagnostics);
-        EXPECT_EQ(b, a);
-    }
+    EXPECT_EQ(persistence.load().value(), sessions);
 }
 
 TEST_F(BuildHistoryPersistenceTest, FirstStartCreatesTheFolderAndLoadsNothing)
@@ -109,23 +95,15 @@ TEST_F(BuildHistoryPersistenceTest, SavedAtIsTheTimeOfWriting)
     EXPECT_LE(stored.value().savedAt, after);
 }
 
-TEST_F(BuildHistoryPersistenceTest, ZeroByteFileLoadsEmptyAndStays)
+TEST_F(BuildHistoryPersistenceTest, ZeroBytesOrAnotherVersionLoadEmptyAndStay)
 {
     writeFile(historyPath(), {});
-    const Result<QList<BuildSession>> loaded = persistence.load();
-    ASSERT_TRUE(loaded.ok());
-    EXPECT_TRUE(loaded.value().isEmpty());
+    EXPECT_TRUE(persistence.load().value().isEmpty());
     EXPECT_TRUE(QFileInfo::exists(historyPath()));
-    EXPECT_FALSE(QFileInfo::exists(damagedPath()));
-}
 
-TEST_F(BuildHistoryPersistenceTest, OtherVersionLoadsEmptyAndIsLeftAlone)
-{
     writeArchive(sampleSessions(2), {}, 2);
     const QByteArray before = readFile(historyPath());
-    const Result<QList<BuildSession>> loaded = persistence.load();
-    ASSERT_TRUE(loaded.ok());
-    EXPECT_TRUE(loaded.value().isEmpty());
+    EXPECT_TRUE(persistence.load().value().isEmpty());
     EXPECT_EQ(readFile(historyPath()), before);
     EXPECT_FALSE(QFileInfo::exists(damagedPath()));
     // The next save replaces it.
@@ -228,53 +206,20 @@ TEST_F(BuildHistoryPersistenceTest, ReadsWhatItDoesNotWriteItself)
     EXPECT_EQ(loaded.value().first(), session);
 }
 
-TEST_F(BuildHistoryPersistenceTest, WritesTheDocumentedShape)
+TEST_F(BuildHistoryPersistenceTest, AFolderInTheFilesPlaceFailsEveryOperationAndStays)
 {
-    BuildSession session = test::sampleSession(3, 4); // n = 3: no activityLogPath
-    ASSERT_FALSE(session.activityLogPath);
-    ASSERT_TRUE(persistence.save({session}).ok());
-    const Result<PropertyListValue> root = BinaryPropertyList::decode(readFile(historyPath()));
-    ASSERT_TRUE(root.ok());
-    const auto keys = [](const PropertyListValue& v) {
-        QStringList names;
-        for (const auto& entry : *v.dictionary())
-            names.append(entry.first);
-        names.sort();
-        return names;
-    };
-    EXPECT_EQ(keys(root.value()), (QStringList{u"savedAt"_s, u"sessions"_s, u"version"_s}));
-    const PropertyListValue& s = root.value().value(u"sessions")->array()->front();
-    EXPECT_EQ(keys(s), (QStringList{u"comparison"_s, u"diagnostics"_s, u"id"_s, u"projectName"_s, u"sourceName"_s, u"startedAt"_s}));
-    EXPECT_EQ(*s.value(u"id")->string(), session.id.toString(QUuid::WithoutBraces).toUpper());
-    EXPECT_EQ(keys(*s.value(u"comparison")), (QStringList{u"fixedDiagnostics"_s, u"hasBaseline"_s, u"newDiagnosticIDs"_s}));
-    const auto& diagnostics = *s.value(u"diagnostics")->array();
-    // sampleDiagnostic: n % 4 == 0 has everything, 2 has a column but no line, 3 has no file.
-    EXPECT_EQ(keys(diagnostics[0]),
-              (QStringList{u"column"_s, u"filePath"_s, u"id"_s, u"line"_s, u"message"_s, u"rawText"_s, u"severity"_s, u"timestamp"_s}));
-    EXPECT_EQ(keys(diagnostics[2]), (QStringList{u"column"_s, u"filePath"_s, u"id"_s, u"message"_s, u"rawText"_s, u"severity"_s, u"timestamp"_s}));
-    EXPECT_EQ(keys(diagnostics[3]), (QStringList{u"id"_s, u"message"_s, u"rawText"_s, u"severity"_s, u"timestamp"_s}));
-    EXPECT_EQ(*diagnostics[1].value(u"severity")->string(), QStringLiteral("warning"));
-    EXPECT_NE(diagnostics[0].value(u"timestamp")->date(), nullptr);
-}
-
-TEST_F(BuildHistoryPersistenceTest, UnreadableFileFailsTheLoadAndStays)
-{
-    // A folder in the file's place cannot be read as a file.
-    ASSERT_TRUE(QDir().mkpath(historyPath()));
+    // A folder cannot be read, replaced or deleted as a file.
+    writeFile(historyPath() + QStringLiteral("/inside"), "kept");
     const Result<QList<BuildSession>> loaded = persistence.load();
     ASSERT_FALSE(loaded.ok());
     EXPECT_FALSE(loaded.error().description.isEmpty());
-    EXPECT_TRUE(QFileInfo(historyPath()).isDir());
     EXPECT_FALSE(QFileInfo::exists(damagedPath()));
-}
-
-TEST_F(BuildHistoryPersistenceTest, FailedWriteKeepsThePreviousFile)
-{
-    ASSERT_TRUE(QDir().mkpath(historyPath()));
-    writeFile(historyPath() + QStringLiteral("/inside"), "kept");
     const Result<void> saved = persistence.save(sampleSessions(1));
     ASSERT_FALSE(saved.ok());
     EXPECT_FALSE(saved.error().description.isEmpty());
+    const Result<void> cleared = persistence.clear();
+    ASSERT_FALSE(cleared.ok());
+    EXPECT_FALSE(cleared.error().description.isEmpty());
     EXPECT_EQ(readFile(historyPath() + QStringLiteral("/inside")), QByteArray("kept"));
 }
 
@@ -311,32 +256,15 @@ TEST_F(BuildHistoryPersistenceTest, ClearDeletesOnlyTheHistory)
     EXPECT_FALSE(QFileInfo::exists(historyPath()));
     EXPECT_EQ(readFile(damagedPath()), QByteArray("old"));
     EXPECT_TRUE(persistence.load().value().isEmpty());
-
-    // A folder in the file's place cannot be deleted as a file.
-    ASSERT_TRUE(QDir().mkpath(historyPath() + QStringLiteral("/inside")));
-    const Result<void> cleared = persistence.clear();
-    ASSERT_FALSE(cleared.ok());
-    EXPECT_FALSE(cleared.error().description.isEmpty());
 }
 
-TEST_F(BuildHistoryPersistenceTest, DamagedInputOfEveryKindNeverCrashes)
+TEST_F(BuildHistoryPersistenceTest, EveryTruncatedArchiveIsRefused)
 {
+    // Random damage is the fuzz target's work (fuzz/).
     const QByteArray valid = BuildHistoryPersistence::encodeArchive({1, AbsoluteTime{2.5}, sampleSessions(2, 2)});
     ASSERT_TRUE(BuildHistoryPersistence::decodeArchive(valid).ok());
     for (qsizetype length = 0; length < valid.size(); ++length)
         EXPECT_FALSE(BuildHistoryPersistence::decodeArchive(valid.left(length)).ok()) << length;
-    QRandomGenerator random(5);
-    for (int round = 0; round < 4000; ++round) {
-        QByteArray damaged = valid;
-        for (int i = random.bounded(1, 4); i > 0; --i) {
-            const int at = random.bounded(int(damaged.size()));
-            damaged[at] = char(damaged[at] ^ (1 << random.bounded(8)));
-        }
-        const Result<BuildHistoryArchive> archive = BuildHistoryPersistence::decodeArchive(damaged);
-        if (archive.ok()) { // whatever is accepted must be a whole archive
-            EXPECT_LE(archive.value().sessions.size(), 2);
-        }
-    }
 }
 
 } // namespace
