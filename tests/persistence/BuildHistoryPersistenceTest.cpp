@@ -16,6 +16,8 @@
 namespace corvane {
 namespace {
 
+using namespace Qt::StringLiterals;
+
 using test::readFile;
 using test::sampleSessions;
 using test::writeFile;
@@ -42,9 +44,19 @@ protected:
         writeFile(historyPath(), BinaryPropertyList::encode(PropertyListValue(std::move(root))));
     }
 
-    static Dictionary& sessionAt(Dictionary& root, size_t i)
+    // The value under key; the key must be there.
+    static PropertyListValue& at(Dictionary& d, QStringView key)
     {
-        return *(*root.back().second.array())[i].dictionary();
+        return std::find_if(d.begin(), d.end(), [&](const auto& e) { return e.first == key; })->second;
+    }
+    static void remove(Dictionary& d, QStringView key)
+    {
+        std::erase_if(d, [&](const auto& e) { return e.first == key; });
+    }
+    static Dictionary& sessionAt(Dictionary& root, size_t i) { return *(*at(root, u"sessions").array())[i].dictionary(); }
+    static Dictionary& diagnosticAt(Dictionary& root, size_t session, size_t i)
+    {
+        return *(*at(sessionAt(root, session), u"diagnostics").array())[i].dictionary();
     }
 
     test::TestEnvironment env;
@@ -136,40 +148,17 @@ TEST_F(BuildHistoryPersistenceTest, OneBadRecordDamagesTheWholeFile)
 {
     const QList<BuildSession> sessions = sampleSessions(3, 3);
     const std::vector<std::pair<const char*, std::function<void(Dictionary&)>>> damages{
-        {"session without comparison",
-         [](Dictionary& root) {
-             auto& s = sessionAt(root, 2);
-             s.erase(std::find_if(s.begin(), s.end(), [](auto& e) { return e.first == u"comparison"; }));
-         }},
-        {"capitalised severity",
-         [](Dictionary& root) {
-             auto& diagnostics = *sessionAt(root, 1)[2].second.array();
-             auto& d = *diagnostics[1].dictionary();
-             std::find_if(d.begin(), d.end(), [](auto& e) { return e.first == u"severity"; })->second =
-                 PropertyListValue(QStringLiteral("Error"));
-         }},
-        {"id that is not a UUID",
-         [](Dictionary& root) { sessionAt(root, 0)[0].second = PropertyListValue(QStringLiteral("not-a-uuid")); }},
+        {"session without comparison", [](Dictionary& r) { remove(sessionAt(r, 2), u"comparison"); }},
+        {"capitalised severity", [](Dictionary& r) { at(diagnosticAt(r, 1, 1), u"severity") = u"Error"_s; }},
+        {"id that is not a UUID", [](Dictionary& r) { at(sessionAt(r, 0), u"id") = u"not-a-uuid"_s; }},
         {"UUID in braces",
-         [](Dictionary& root) {
-             sessionAt(root, 0)[0].second =
-                 PropertyListValue(QStringLiteral("{6F9619FF-8B86-D011-B42D-00C04FC964FF}"));
-         }},
-        {"line as text",
-         [](Dictionary& root) {
-             auto& d = *(*sessionAt(root, 0)[2].second.array())[0].dictionary();
-             std::find_if(d.begin(), d.end(), [](auto& e) { return e.first == u"line"; })->second =
-                 PropertyListValue(QStringLiteral("12"));
-         }},
-        {"startedAt as a number",
-         [](Dictionary& root) { sessionAt(root, 0)[1].second = PropertyListValue(785000000.0); }},
+         [](Dictionary& r) { at(sessionAt(r, 0), u"id") = u"{6F9619FF-8B86-D011-B42D-00C04FC964FF}"_s; }},
+        {"line as text", [](Dictionary& r) { at(diagnosticAt(r, 0, 0), u"line") = u"12"_s; }},
+        {"startedAt as a number", [](Dictionary& r) { at(sessionAt(r, 0), u"startedAt") = 785000000.0; }},
         {"hasBaseline as an integer",
-         [](Dictionary& root) {
-             (*sessionAt(root, 0).back().second.dictionary())[0].second = PropertyListValue(qint64(1));
-         }},
-        {"version missing", [](Dictionary& root) { root.erase(root.begin()); }},
-        {"sessions not an array",
-         [](Dictionary& root) { root.back().second = PropertyListValue(Dictionary{}); }},
+         [](Dictionary& r) { at(*at(sessionAt(r, 0), u"comparison").dictionary(), u"hasBaseline") = 1; }},
+        {"version missing", [](Dictionary& r) { remove(r, u"version"); }},
+        {"sessions not an array", [](Dictionary& r) { at(r, u"sessions") = Dictionary{}; }},
     };
     for (const auto& [name, damage] : damages) {
         SCOPED_TRACE(name);
@@ -181,29 +170,6 @@ TEST_F(BuildHistoryPersistenceTest, OneBadRecordDamagesTheWholeFile)
         EXPECT_TRUE(QFileInfo::exists(damagedPath()));
         EXPECT_FALSE(QFileInfo::exists(historyPath()));
     }
-}
-
-TEST_F(BuildHistoryPersistenceTest, ReadsWhatItDoesNotWriteItself)
-{
-    // Lower-case UUID text, optionals left out, keys it does not know and a
-    // key written twice (the last one counts).
-    BuildSession session = test::sampleSession(1, 2);
-    session.activityLogPath.reset();
-    session.diagnostics[0].filePath.reset();
-    session.diagnostics[0].line.reset();
-    session.diagnostics[0].column.reset();
-    writeArchive({session}, [&](Dictionary& root) {
-        auto& s = sessionAt(root, 0);
-        s[0].second = PropertyListValue(s[0].second.string()->toLower());
-        s.emplace_back(QStringLiteral("colour"), PropertyListValue(Dictionary{}));
-        s.emplace_back(QStringLiteral("sourceName"), PropertyListValue(QStringLiteral("renamed")));
-        root.emplace_back(QStringLiteral("futureField"), PropertyListValue(QByteArray("x")));
-    });
-    const Result<QList<BuildSession>> loaded = persistence.load();
-    ASSERT_TRUE(loaded.ok());
-    ASSERT_EQ(loaded.value().size(), 1);
-    session.sourceName = QStringLiteral("renamed");
-    EXPECT_EQ(loaded.value().first(), session);
 }
 
 TEST_F(BuildHistoryPersistenceTest, AFolderInTheFilesPlaceFailsEveryOperationAndStays)
@@ -256,15 +222,6 @@ TEST_F(BuildHistoryPersistenceTest, ClearDeletesOnlyTheHistory)
     EXPECT_FALSE(QFileInfo::exists(historyPath()));
     EXPECT_EQ(readFile(damagedPath()), QByteArray("old"));
     EXPECT_TRUE(persistence.load().value().isEmpty());
-}
-
-TEST_F(BuildHistoryPersistenceTest, EveryTruncatedArchiveIsRefused)
-{
-    // Random damage is the fuzz target's work (fuzz/).
-    const QByteArray valid = BuildHistoryPersistence::encodeArchive({1, AbsoluteTime{2.5}, sampleSessions(2, 2)});
-    ASSERT_TRUE(BuildHistoryPersistence::decodeArchive(valid).ok());
-    for (qsizetype length = 0; length < valid.size(); ++length)
-        EXPECT_FALSE(BuildHistoryPersistence::decodeArchive(valid.left(length)).ok()) << length;
 }
 
 } // namespace
