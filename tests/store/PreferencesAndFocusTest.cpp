@@ -150,7 +150,7 @@ TEST_F(PreferencesAndFocus, FocusingChoosesTheProjectsNewestSessionAndIsRemember
     EXPECT_EQ(selectedMessage(*store), QStringLiteral("alpha new"));
 }
 
-TEST_F(PreferencesAndFocus, StoredFocusIsDroppedWhenItIsNoLongerOffered)
+TEST_F(PreferencesAndFocus, StoredFocusIsDroppedAtStartWhenItIsNoLongerOffered)
 {
     capture({}, QStringLiteral("Alpha"));
     store->loadSampleDiagnostics();
@@ -166,18 +166,7 @@ TEST_F(PreferencesAndFocus, StoredFocusIsDroppedWhenItIsNoLongerOffered)
     EXPECT_FALSE(store->focusedProjectName()) << "focus names match exactly";
     EXPECT_FALSE(storedFocus());
 
-    storeFocus(QStringLiteral("Alpha"));
-    for (int i = 0; i < historyLimit; ++i)
-        capture({}, QStringLiteral("Beta"));
-    EXPECT_EQ(store->focusedProjectName(), std::nullopt) << "not restored before a restart";
-    restart();
-    EXPECT_FALSE(store->focusedProjectName()) << "Alpha's sessions were pushed out";
-    EXPECT_FALSE(storedFocus());
-}
-
-TEST_F(PreferencesAndFocus, FocusSurvivesItsSessionsLeavingTheHistory)
-{
-    capture({}, QStringLiteral("Alpha"));
+    // A focus outlives its sessions leaving the history, until the next start.
     store->setFocusedProject(QStringLiteral("Alpha"));
     for (int i = 0; i < historyLimit; ++i)
         capture({}, QStringLiteral("Beta"));
@@ -185,6 +174,9 @@ TEST_F(PreferencesAndFocus, FocusSurvivesItsSessionsLeavingTheHistory)
     EXPECT_TRUE(store->visibleSessions().isEmpty());
     EXPECT_EQ(activeProject(*store), QStringLiteral("Beta"));
     EXPECT_EQ(store->preferenceProjectName(), QStringLiteral("Beta"));
+    restart();
+    EXPECT_FALSE(store->focusedProjectName()) << "Alpha's sessions were pushed out";
+    EXPECT_FALSE(storedFocus());
 }
 
 } // namespace
