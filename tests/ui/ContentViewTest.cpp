@@ -8,7 +8,6 @@
 #include <QClipboard>
 #include <QFileInfo>
 #include <QGuiApplication>
-#include <QSplitter>
 
 #include <gtest/gtest.h>
 
@@ -135,20 +134,6 @@ TEST(ContentView, ReactsToChangedSettingsButNotToTheFirstDisplay)
     f.store->setWarningViewMode(BuildStore::WarningViewMode::ignored);
     settle();
     EXPECT_NE(f.store->selectedDiagnosticID(), std::optional<QUuid>(noise->id));
-}
-
-TEST(ContentView, SplitViewStartsWithTheIdealSidebarAndKeepsItsMinimum)
-{
-    WindowFixture f;
-    ContentView& window = f.open();
-    window.resize(1080, 680);
-    window.show();
-    settle();
-    auto* split = f.find<QSplitter>(QStringLiteral("splitView"));
-    EXPECT_EQ(split->sizes().first(), 470);
-    split->setSizes({100, 980});
-    settle();
-    EXPECT_GE(split->sizes().first(), 410);
 }
 
 TEST(Application, OneWindowAtLeastMinimumSizeStartsTheWatcherOnceShown)
