@@ -19,7 +19,7 @@ const QString newer = QStringLiteral("newerBuildsButton");
 void captureBuilds(WindowFixture& f, int count, const QString& project = QStringLiteral("ExampleApp"))
 {
     for (int i = 0; i < count; ++i)
-        f.capture(project, {warning(f.logs + 1)});
+        f.capture(project, {warning(f.builds + 1)});
 }
 
 QList<HistoryCard*> visibleCards(const WindowFixture& f)

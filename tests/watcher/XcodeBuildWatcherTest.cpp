@@ -4,8 +4,6 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
-#include <QDeadlineTimer>
-#include <QEventLoop>
 #include <QFileInfo>
 #include <QTimer>
 
@@ -31,28 +29,9 @@ namespace {
 using namespace std::chrono_literals;
 using State = XcodeBuildWatcher::WatcherState;
 using test::gzipBytes;
+using test::runEventsFor;
+using test::waitUntil;
 using test::writeFile;
-
-// Runs the event loop until the condition holds or the time is up.
-template <typename Condition>
-bool waitFor(Condition condition, int milliseconds)
-{
-    const QDeadlineTimer deadline(milliseconds);
-    QEventLoop loop;
-    QTimer tick;
-    QObject::connect(&tick, &QTimer::timeout, &loop, [&] {
-        if (condition() || deadline.hasExpired())
-            loop.quit();
-    });
-    tick.start(5);
-    loop.exec();
-    return condition();
-}
-
-void wait(int milliseconds)
-{
-    waitFor([] { return false; }, milliseconds);
-}
 
 struct Delivery {
     QString path;
@@ -103,12 +82,12 @@ protected:
     void startAndSettle()
     {
         m_watcher->start();
-        wait(quietMs);
+        runEventsFor(quietMs);
     }
 
     bool waitForStates(std::size_t count)
     {
-        return waitFor([&] { return m_states.size() >= count; }, timeoutMs);
+        return waitUntil([&] { return m_states.size() >= count; }, timeoutMs);
     }
 
     static State build() { return State{State::Kind::stopped, QStringLiteral("<build>")}; }
@@ -146,7 +125,7 @@ TEST_F(XcodeBuildWatcherTest, ReadsNewAndRewrittenLogsButNeverTheBaseline)
     EXPECT_EQ(m_builds[1], (Delivery{path, "second build, longer output\r\n"}));
 
     // Nothing changes: nothing more happens.
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states.size(), 4u);
 }
 
@@ -186,13 +165,13 @@ TEST_F(XcodeBuildWatcherTest, AfterAFailedListingOnlyUnreadLogsAreRead)
     // The folder disappears for a few polls, then comes back unchanged.
     const QString away = m_derivedData + QStringLiteral(".away");
     ASSERT_TRUE(QDir().rename(m_derivedData, away));
-    wait(quietMs);
+    runEventsFor(quietMs);
     m_states.clear();
     ASSERT_TRUE(QDir().rename(away, m_derivedData));
 
     // Both count as new; only the one never read is read.
     ASSERT_TRUE(waitForStates(5));
-    wait(quietMs);
+    runEventsFor(quietMs);
     ASSERT_EQ(m_states.size(), 5u);
     const std::vector<State> detected(m_states.begin(), m_states.begin() + 2);
     EXPECT_TRUE(std::is_permutation(detected.begin(), detected.end(),
@@ -213,7 +192,7 @@ TEST_F(XcodeBuildWatcherTest, AFailedReadIsNotRetriedUntilTheFileChanges)
     writeFile(path, compressed.left(compressed.size() / 2));
 
     ASSERT_TRUE(waitForStates(4));
-    wait(quietMs);
+    runEventsFor(quietMs);
     ASSERT_EQ(m_states.size(), 4u) << m_states.back();
     EXPECT_EQ(m_states[2], State::processing(QStringLiteral("Broken")));
     EXPECT_EQ(m_states[3].kind, State::Kind::failed);
@@ -239,13 +218,13 @@ TEST_F(XcodeBuildWatcherTest, StartTwiceStopAndRestart)
     m_watcher->start();
     m_watcher->start();
     EXPECT_TRUE(m_watcher->isRunning());
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states, (std::vector{State::watching()}));
 
     // One loop only: a new log is detected and read once.
     writeLog(QStringLiteral("Once-1"), "read me once\r");
     ASSERT_TRUE(waitForStates(5));
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states.size(), 5u);
     EXPECT_EQ(m_builds.size(), 1u);
 
@@ -257,11 +236,11 @@ TEST_F(XcodeBuildWatcherTest, StartTwiceStopAndRestart)
     // part of the next baseline.
     writeLog(QStringLiteral("Meanwhile-2"), "written while stopped\r");
     writeLog(QStringLiteral("Once-1"), "rewritten while stopped\r");
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states.size(), 6u);
 
     m_watcher->start();
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states.size(), 7u);
     EXPECT_EQ(m_states.back(), State::watching());
     EXPECT_EQ(m_builds.size(), 1u);
@@ -284,7 +263,7 @@ TEST_F(XcodeBuildWatcherTest, APollUnderWayFinishesAfterStop)
     writeLog(QStringLiteral("Late-1"), "delivered after stop\r");
 
     ASSERT_TRUE(waitForStates(6));
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states, (std::vector{State::watching(), State::buildDetected(QStringLiteral("Late")),
                                      State::processing(QStringLiteral("Late")), State::stopped(), build(),
                                      State::watching()}));
@@ -292,7 +271,7 @@ TEST_F(XcodeBuildWatcherTest, APollUnderWayFinishesAfterStop)
 
     // The loop has ended: later logs go unnoticed.
     writeLog(QStringLiteral("Later-2"), "never seen\r");
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states.size(), 6u);
 }
 
@@ -314,10 +293,10 @@ TEST_F(XcodeBuildWatcherTest, DestroyingTheWatcherDuringARead)
             });
     };
     writeLog(QStringLiteral("Big-1"), big);
-    ASSERT_TRUE(waitFor([&] { return destroyed; }, timeoutMs));
+    ASSERT_TRUE(waitUntil([&] { return destroyed; }, timeoutMs));
     EXPECT_EQ(m_states.back(), State::processing(QStringLiteral("Big")));
     const std::size_t seen = m_states.size();
-    wait(1500);
+    runEventsFor(1500);
     EXPECT_EQ(m_states.size(), seen);
     EXPECT_TRUE(m_builds.empty());
 }
