@@ -189,6 +189,11 @@ TEST(DiagnosticListView, NarrowsTheFixedSectionBySearchAndSeverity)
                                    QStringLiteral("gone warning [FIXED]"),
                                }));
 
+    f.store->setSearchText(QStringLiteral("LEGACY err")); // the message, not the file name
+    settle();
+    EXPECT_EQ(shownRows(view), (QStringList{QStringLiteral("== FIXED SINCE LAST BUILD"),
+                                            QStringLiteral("legacy error [FIXED]")}));
+
     f.store->setSearchText(QStringLiteral(" \n\t "));
     settle();
     EXPECT_EQ(shownRows(view).size(), 7);
