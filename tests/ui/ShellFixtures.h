@@ -84,6 +84,11 @@ struct WindowFixture : StoreFixture {
     }
 };
 
+// The same, opened before each test.
+struct OpenWindow : ::testing::Test, WindowFixture {
+    OpenWindow() { open(); }
+};
+
 inline QString error(int line)
 {
     return QStringLiteral("/src/App/File%1.swift:%1:3: error: failure number %1").arg(line);
