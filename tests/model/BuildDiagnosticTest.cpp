@@ -1,5 +1,4 @@
 #include "BuildDiagnostic.h"
-#include "BuildSession.h"
 
 #include <gtest/gtest.h>
 
@@ -96,28 +95,4 @@ TEST(BuildDiagnosticNoise, OnlyNotesWhoseLowerCasedMessageHoldsAPhrase)
     d.severity = DiagnosticSeverity::warning;
     d.message = QStringLiteral("slow build preparation");
     EXPECT_FALSE(d.isBuildNoise());
-}
-
-TEST(DiagnosticSeverityText, OnlyExactRawValuesMakeASeverity)
-{
-    EXPECT_EQ(severityFromRawValue(u"warning"), DiagnosticSeverity::warning);
-    EXPECT_EQ(severityFromRawValue(u"Error"), std::nullopt);
-    EXPECT_EQ(severityFromRawValue(u""), std::nullopt);
-    EXPECT_EQ(rawValue(DiagnosticSeverity::note), QStringLiteral("note"));
-}
-
-TEST(BuildSessionCounts, NotesCountInNeither)
-{
-    BuildSession session;
-    const std::pair<DiagnosticSeverity, int> counts[] = {
-        {DiagnosticSeverity::error, 3}, {DiagnosticSeverity::warning, 2}, {DiagnosticSeverity::note, 5}};
-    for (const auto& [severity, n] : counts) {
-        for (int i = 0; i < n; ++i) {
-            BuildDiagnostic d = located();
-            d.severity = severity;
-            session.diagnostics.append(d);
-        }
-    }
-    EXPECT_EQ(session.errorCount(), 3);
-    EXPECT_EQ(session.warningCount(), 2);
 }

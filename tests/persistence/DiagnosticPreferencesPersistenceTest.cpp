@@ -86,23 +86,9 @@ TEST_F(DiagnosticPreferencesPersistenceTest, ReadsAnyVersionAndKeepsKeysAsStored
     EXPECT_EQ(loaded.pinned, (QSet<DiagnosticPreferenceKey>{withLine, withoutLine}));
     EXPECT_EQ(loaded.ignored, (QSet<DiagnosticPreferenceKey>{withLine}));
     // The key without a line stays without one and matches only such a signature.
-    EXPECT_TRUE(loaded.pinned.contains(withoutLine));
     DiagnosticPreferenceKey lineZero = withoutLine;
     lineZero.signature.line = 0;
     EXPECT_FALSE(loaded.pinned.contains(lineZero));
-}
-
-TEST_F(DiagnosticPreferencesPersistenceTest, EmptySetsAreWrittenAsEmptyArraysWithVersionOne)
-{
-    ASSERT_TRUE(persistence.save({}, {}).ok());
-    const Result<PropertyListValue> root = BinaryPropertyList::decode(readFile(path()));
-    ASSERT_TRUE(root.ok());
-    ASSERT_NE(root.value().value(u"pinned"), nullptr);
-    ASSERT_NE(root.value().value(u"ignored"), nullptr);
-    EXPECT_EQ(*root.value().value(u"pinned"), PropertyListValue(Array{}));
-    EXPECT_EQ(*root.value().value(u"ignored"), PropertyListValue(Array{}));
-    EXPECT_EQ(*root.value().value(u"version")->integer(), 1);
-    EXPECT_EQ(persistence.load(), Preferences{});
 }
 
 TEST_F(DiagnosticPreferencesPersistenceTest, SaveReplacesADamagedFileAndReportsWriteFailures)

@@ -20,6 +20,9 @@ QString describe(const BuildStore& store, Field field)
     const auto optionalText = [](const auto& value) {
         return value ? QVariant::fromValue(*value).toString() : QStringLiteral("<none>");
     };
+    const auto keysText = [](const QSet<DiagnosticPreferenceKey>& keys) -> QString {
+        return QString::number(qHashRangeCommutative(keys.cbegin(), keys.cend())) + u'/' + QString::number(keys.size());
+    };
     QStringList parts;
     switch (field) {
     case Field::sessions:
@@ -49,26 +52,19 @@ QString describe(const BuildStore& store, Field field)
     case Field::focusedProjectName:
         return optionalText(store.focusedProjectName());
     case Field::pinnedDiagnostics:
-        return QString::number(qHashRangeCommutative(store.pinnedDiagnostics().cbegin(), store.pinnedDiagnostics().cend()))
-            + u'/' + QString::number(store.pinnedDiagnostics().size());
+        return keysText(store.pinnedDiagnostics());
     case Field::ignoredDiagnostics:
-        return QString::number(qHashRangeCommutative(store.ignoredDiagnostics().cbegin(), store.ignoredDiagnostics().cend()))
-            + u'/' + QString::number(store.ignoredDiagnostics().size());
+        return keysText(store.ignoredDiagnostics());
     }
     return parts.join(u',');
 }
 
-constexpr Field allFields[] = {
-    Field::sessions,           Field::activeSessionID, Field::selectedDiagnosticID, Field::severityFilter,
-    Field::searchText,         Field::captureState,    Field::lastWatcherMessage,   Field::showBuildNoise,
-    Field::warningViewMode,    Field::focusedProjectName, Field::pinnedDiagnostics, Field::ignoredDiagnostics,
-};
-
 std::map<Field, QString> snapshot(const BuildStore& store)
 {
     std::map<Field, QString> values;
-    for (const Field field : allFields)
-        values[field] = describe(store, field);
+    const QMetaEnum fields = QMetaEnum::fromType<Field>();
+    for (int i = 0; i < fields.keyCount(); ++i)
+        values[Field(fields.value(i))] = describe(store, Field(fields.value(i)));
     return values;
 }
 
@@ -92,11 +88,11 @@ void expectAnnouncedBeforeChange(BuildStore& store, const char* operation, const
     const std::map<Field, QString> after = snapshot(store);
     QObject::disconnect(connection);
 
-    for (const Field field : allFields) {
-        if (before.at(field) == after.at(field))
+    for (const auto& [field, value] : before) {
+        if (value == after.at(field))
             continue;
         ASSERT_TRUE(seenAtFirstNotice.count(field)) << operation << ": " << name(field) << " changed silently";
-        EXPECT_EQ(seenAtFirstNotice.at(field), before.at(field))
+        EXPECT_EQ(seenAtFirstNotice.at(field), value)
             << operation << ": " << name(field) << " was already changed when announced";
     }
 }

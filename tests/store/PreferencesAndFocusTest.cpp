@@ -35,13 +35,7 @@ protected:
     {
         store->captureBuild(logText(lines), activityLogPath(project));
     }
-    BuildDiagnostic active(const QString& message) const
-    {
-        const std::optional<BuildSession> session = store->activeSession();
-        const BuildDiagnostic* found = session ? findByMessage(session->diagnostics, message) : nullptr;
-        EXPECT_TRUE(found) << message.toStdString();
-        return found ? *found : BuildDiagnostic{};
-    }
+    BuildDiagnostic active(const QString& message) const { return activeDiagnostic(*store, message); }
     void restart() { store = std::make_unique<BuildStore>(); }
     QString preferencesFile() const
     {
@@ -156,7 +150,7 @@ TEST_F(PreferencesAndFocus, FocusingChoosesTheProjectsNewestSessionAndIsRemember
     EXPECT_EQ(selectedMessage(*store), QStringLiteral("alpha new"));
 }
 
-TEST_F(PreferencesAndFocus, StoredFocusIsDroppedWhenItIsNoLongerOffered)
+TEST_F(PreferencesAndFocus, StoredFocusIsDroppedAtStartWhenItIsNoLongerOffered)
 {
     capture({}, QStringLiteral("Alpha"));
     store->loadSampleDiagnostics();
@@ -172,18 +166,7 @@ TEST_F(PreferencesAndFocus, StoredFocusIsDroppedWhenItIsNoLongerOffered)
     EXPECT_FALSE(store->focusedProjectName()) << "focus names match exactly";
     EXPECT_FALSE(storedFocus());
 
-    storeFocus(QStringLiteral("Alpha"));
-    for (int i = 0; i < historyLimit; ++i)
-        capture({}, QStringLiteral("Beta"));
-    EXPECT_EQ(store->focusedProjectName(), std::nullopt) << "not restored before a restart";
-    restart();
-    EXPECT_FALSE(store->focusedProjectName()) << "Alpha's sessions were pushed out";
-    EXPECT_FALSE(storedFocus());
-}
-
-TEST_F(PreferencesAndFocus, FocusSurvivesItsSessionsLeavingTheHistory)
-{
-    capture({}, QStringLiteral("Alpha"));
+    // A focus outlives its sessions leaving the history, until the next start.
     store->setFocusedProject(QStringLiteral("Alpha"));
     for (int i = 0; i < historyLimit; ++i)
         capture({}, QStringLiteral("Beta"));
@@ -191,6 +174,9 @@ TEST_F(PreferencesAndFocus, FocusSurvivesItsSessionsLeavingTheHistory)
     EXPECT_TRUE(store->visibleSessions().isEmpty());
     EXPECT_EQ(activeProject(*store), QStringLiteral("Beta"));
     EXPECT_EQ(store->preferenceProjectName(), QStringLiteral("Beta"));
+    restart();
+    EXPECT_FALSE(store->focusedProjectName()) << "Alpha's sessions were pushed out";
+    EXPECT_FALSE(storedFocus());
 }
 
 } // namespace

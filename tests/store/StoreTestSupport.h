@@ -1,7 +1,7 @@
 #pragma once
 
 #include "BuildStore.h"
-#include "DesktopPlatform.h"
+#include "RecordingPlatform.h"
 
 #include <QByteArray>
 #include <QList>
@@ -10,58 +10,10 @@
 #include <QUuid>
 
 #include <optional>
-#include <ostream>
 
-// Readable failure messages for Qt strings.
-inline void PrintTo(const QString& text, std::ostream* os)
-{
-    *os << '"' << text.toStdString() << '"';
-}
+#include <gtest/gtest.h>
 
 namespace corvane::test {
-
-// Remembers what the commands asked of the desktop and answers from its fields.
-class RecordingPlatform : public DesktopPlatform {
-public:
-    struct Launch {
-        QString program;
-        QStringList arguments;
-    };
-
-    std::optional<QString> chosenFile;
-    bool canStartPrograms = true;
-
-    QStringList chooserMessages;
-    QList<std::pair<QString, QString>> alerts;
-    QString clipboard;
-    int clipboardWrites = 0;
-    QList<Launch> launches;
-    QStringList openedWithDefaultApplication;
-
-    std::optional<QString> chooseLogFile(const QString& message) override
-    {
-        chooserMessages.append(message);
-        return chosenFile;
-    }
-    void showAlert(const QString& title, const QString& informativeText) override
-    {
-        alerts.append({title, informativeText});
-    }
-    void setClipboardText(const QString& text) override
-    {
-        clipboard = text;
-        ++clipboardWrites;
-    }
-    bool startDetached(const QString& program, const QStringList& arguments) override
-    {
-        launches.append({program, arguments});
-        return canStartPrograms;
-    }
-    void openWithDefaultApplication(const QString& filePath) override
-    {
-        openedWithDefaultApplication.append(filePath);
-    }
-};
 
 // Where Xcode would write a build log of the project.
 inline QString activityLogPath(const QString& project, const QString& home = QStringLiteral("/Users/dev"))
@@ -107,6 +59,15 @@ inline const BuildDiagnostic* findByMessage(const QList<BuildDiagnostic>& list, 
             return &d;
     }
     return nullptr;
+}
+
+// The active session's diagnostic with this message; fails the test when there is none.
+inline BuildDiagnostic activeDiagnostic(const BuildStore& store, const QString& message)
+{
+    const std::optional<BuildSession> session = store.activeSession();
+    const BuildDiagnostic* found = session ? findByMessage(session->diagnostics, message) : nullptr;
+    EXPECT_TRUE(found) << message.toStdString();
+    return found ? *found : BuildDiagnostic{};
 }
 
 inline QString selectedMessage(const BuildStore& store)

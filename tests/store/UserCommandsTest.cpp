@@ -31,23 +31,12 @@ TEST_F(UserCommands, SampleLogListsErrorAndWarningsAndSelectsTheError)
     const BuildSession& session = store.sessions().first();
     EXPECT_EQ(session.sourceName, QStringLiteral("Sample Xcode Build"));
     EXPECT_EQ(session.projectName, QStringLiteral("Manual"));
-    EXPECT_EQ(session.diagnostics.size(), 5);
-    EXPECT_EQ(messages(store.visibleDiagnostics()),
-              (QStringList{QStringLiteral("cannot find 'widgetTitle' in scope"),
-                           QStringLiteral("variable 'level' was never mutated; consider changing to 'let' constant"),
-                           QStringLiteral("result of call to 'drawFrame()' is unused")}));
+    // Its lines are pinned by the tests that use them (preferences, header, window).
     EXPECT_EQ(selectedMessage(store), QStringLiteral("cannot find 'widgetTitle' in scope"));
-
-    store.setSeverityFilter({DiagnosticSeverity::error, DiagnosticSeverity::warning, DiagnosticSeverity::note});
-    EXPECT_EQ(store.visibleDiagnostics().size(), 4) << "the located note, not the noise";
-
-    EXPECT_FALSE(sampleBuildLog().endsWith(u'\n'));
-    EXPECT_EQ(sampleBuildLog().split(u'\n').size(), 5);
 
     store.setFocusedProject(QStringLiteral("Elsewhere"));
     store.loadSampleDiagnostics();
     EXPECT_EQ(store.sessions().size(), 2) << "loading again adds another session, even when not shown";
-    EXPECT_NE(store.sessions()[0].id, store.sessions()[1].id);
     EXPECT_TRUE(store.projectNames().isEmpty());
 }
 
@@ -199,18 +188,6 @@ TEST_F(UserCommands, OpenInXcodePassesEachArgumentSeparately)
     EXPECT_EQ(platform.openedWithDefaultApplication, QStringList{QStringLiteral("/src/A.swift")});
 }
 
-TEST_F(UserCommands, CopyingReplacesTheClipboard)
-{
-    store.loadSampleDiagnostics();
-    const BuildDiagnostic error = *store.selectedDiagnostic();
-    copyToPasteboard(error.cleanErrorText(), platform);
-    copyToPasteboard(error.chatGPTPrompt(), platform);
-    EXPECT_EQ(platform.clipboard, error.chatGPTPrompt());
-    EXPECT_EQ(platform.clipboardWrites, 2);
-    EXPECT_EQ(platform.clipboard.count(QStringLiteral("cannot find 'widgetTitle' in scope")), 2)
-        << "message and raw text, once each";
-}
-
 TEST_F(UserCommands, RestartingTheWatcherPassesThroughStopped)
 {
     QList<XcodeBuildWatcher::WatcherState::Kind> seen;
@@ -230,9 +207,7 @@ TEST_F(UserCommands, RestartingTheWatcherPassesThroughStopped)
 TEST_F(UserCommands, WatcherIsCreatedOnceAndNotStarted)
 {
     XcodeBuildWatcher& watcher = store.watcher();
-    EXPECT_EQ(&watcher, &store.watcher());
     EXPECT_FALSE(watcher.isRunning());
-    EXPECT_EQ(store.captureState().kind, XcodeBuildWatcher::WatcherState::Kind::stopped);
     EXPECT_EQ(watcher.derivedDataPath(), environment.derivedData());
 
     watcher.onBuild(activityLogPath(QStringLiteral("Wired")), logText({}));

@@ -1,10 +1,13 @@
 #include "TestEnvironment.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
+#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
 #include <QSettings>
+#include <QTimer>
 
 #include <gtest/gtest.h>
 
@@ -73,6 +76,20 @@ QByteArray gzipBytes(const QByteArray& bytes)
     gzip.closeWriteChannel();
     gzip.waitForFinished(-1);
     return gzip.readAllStandardOutput();
+}
+
+bool waitUntil(const std::function<bool()>& condition, int milliseconds)
+{
+    const QDeadlineTimer deadline(milliseconds);
+    QEventLoop loop;
+    QTimer tick;
+    QObject::connect(&tick, &QTimer::timeout, &loop, [&] {
+        if (condition() || deadline.hasExpired())
+            loop.quit();
+    });
+    tick.start(5);
+    loop.exec();
+    return condition();
 }
 
 } // namespace corvane::test

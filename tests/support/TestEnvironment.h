@@ -4,6 +4,7 @@
 #include <QString>
 #include <QTemporaryDir>
 
+#include <functional>
 #include <map>
 #include <optional>
 
@@ -40,5 +41,14 @@ void writeFile(const QString& path, const QByteArray& bytes);
 QByteArray readFile(const QString& path);
 // gzip-compresses bytes with the system's gzip.
 QByteArray gzipBytes(const QByteArray& bytes);
+
+// Runs the event loop until the condition holds or the time is up; says
+// whether it holds.
+bool waitUntil(const std::function<bool()>& condition, int milliseconds = 2000);
+// Runs the event loop for the whole time.
+inline void runEventsFor(int milliseconds)
+{
+    waitUntil([] { return false; }, milliseconds);
+}
 
 } // namespace corvane::test

@@ -19,7 +19,7 @@ const QString newer = QStringLiteral("newerBuildsButton");
 void captureBuilds(WindowFixture& f, int count, const QString& project = QStringLiteral("ExampleApp"))
 {
     for (int i = 0; i < count; ++i)
-        f.capture(project, {warning(f.logs + 1)});
+        f.capture(project, {warning(f.builds + 1)});
 }
 
 QList<HistoryCard*> visibleCards(const WindowFixture& f)
@@ -37,66 +37,53 @@ bool enabled(const WindowFixture& f, const QString& name)
     return f.find<QWidget>(name)->isEnabled();
 }
 
-BuildSession sessionWith(int errors, int warnings)
+BuildSession sessionWith(int errors, int warnings, int notes)
 {
     BuildSession session;
-    for (int i = 0; i < errors; ++i)
-        session.diagnostics.append({QUuid::createUuid(), DiagnosticSeverity::error, QStringLiteral("e"), {}, {}, {}, {}, {}});
-    for (int i = 0; i < warnings; ++i)
-        session.diagnostics.append(
-            {QUuid::createUuid(), DiagnosticSeverity::warning, QStringLiteral("w"), {}, {}, {}, {}, {}});
+    const std::pair<DiagnosticSeverity, int> counts[] = {
+        {DiagnosticSeverity::error, errors}, {DiagnosticSeverity::warning, warnings}, {DiagnosticSeverity::note, notes}};
+    for (const auto& [severity, n] : counts) {
+        for (int i = 0; i < n; ++i)
+            session.diagnostics.append({QUuid::createUuid(), severity, QStringLiteral("m"), {}, {}, {}, {}, {}});
+    }
     return session;
 }
 
 } // namespace
 
-TEST(BuildHistory, PagerAppearsOnlyBeyondFourSessionsAndStopsAtTheEnds)
+class BuildHistoryTest : public OpenWindow {};
+
+TEST_F(BuildHistoryTest, PagerAppearsOnlyBeyondFourSessionsAndStopsAtTheEnds)
 {
-    WindowFixture f;
-    f.open();
-    EXPECT_EQ(f.text(QStringLiteral("historyCount")), QStringLiteral("0"));
-    EXPECT_FALSE(f.shows(QStringLiteral("historyPager")));
+    EXPECT_EQ(text(QStringLiteral("historyCount")), QStringLiteral("0"));
+    EXPECT_FALSE(shows(QStringLiteral("historyPager")));
 
-    captureBuilds(f, 4);
-    EXPECT_FALSE(f.shows(QStringLiteral("historyPager")));
-    EXPECT_TRUE(f.shows(QStringLiteral("historyCount")));
-    EXPECT_EQ(f.text(QStringLiteral("historyCount")), QStringLiteral("4"));
-    EXPECT_EQ(visibleCards(f).size(), 4);
+    captureBuilds(*this, 4);
+    EXPECT_FALSE(shows(QStringLiteral("historyPager")));
+    EXPECT_TRUE(shows(QStringLiteral("historyCount")));
+    EXPECT_EQ(text(QStringLiteral("historyCount")), QStringLiteral("4"));
+    EXPECT_EQ(visibleCards(*this).size(), 4);
 
-    captureBuilds(f, 1);
-    EXPECT_TRUE(f.shows(QStringLiteral("historyPager")));
-    EXPECT_FALSE(f.shows(QStringLiteral("historyCount")));
-    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 5"));
-    EXPECT_FALSE(enabled(f, newer));
-    EXPECT_TRUE(enabled(f, older));
-    EXPECT_EQ(f.find<QWidget>(newer)->toolTip(), QStringLiteral("Newer builds"));
-    EXPECT_EQ(f.find<QWidget>(older)->toolTip(), QStringLiteral("Older builds"));
+    captureBuilds(*this, 1);
+    EXPECT_TRUE(shows(QStringLiteral("historyPager")));
+    EXPECT_FALSE(shows(QStringLiteral("historyCount")));
+    EXPECT_EQ(text(range), QStringLiteral("1\u20134 / 5"));
+    EXPECT_FALSE(enabled(*this, newer));
+    EXPECT_TRUE(enabled(*this, older));
+    EXPECT_EQ(find<QWidget>(newer)->toolTip(), QStringLiteral("Newer builds"));
+    EXPECT_EQ(find<QWidget>(older)->toolTip(), QStringLiteral("Older builds"));
 
-    f.click(older);
-    EXPECT_EQ(f.text(range), QStringLiteral("2\u20135 / 5"));
-    EXPECT_TRUE(enabled(f, newer));
-    EXPECT_FALSE(enabled(f, older));
+    click(older);
+    EXPECT_EQ(text(range), QStringLiteral("2\u20135 / 5"));
+    EXPECT_TRUE(enabled(*this, newer));
+    EXPECT_FALSE(enabled(*this, older));
     // The last page is full: the oldest four builds.
-    const QList<HistoryCard*> cards = visibleCards(f);
+    const QList<HistoryCard*> cards = visibleCards(*this);
     ASSERT_EQ(cards.size(), 4);
-    EXPECT_EQ(cards.last()->sessionID(), f.store->visibleSessions().last().id);
+    EXPECT_EQ(cards.last()->sessionID(), store->visibleSessions().last().id);
 
-    f.click(newer);
-    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 5"));
-}
-
-TEST(BuildHistory, SevenSessionsPageFromTheStartToThreeAndBack)
-{
-    WindowFixture f;
-    f.open();
-    captureBuilds(f, 7);
-    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 7"));
-    f.click(older);
-    EXPECT_EQ(f.text(range), QStringLiteral("4\u20137 / 7"));
-    EXPECT_EQ(visibleCards(f).first()->sessionID(), f.store->visibleSessions()[3].id);
-    f.click(newer);
-    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 7"));
-    EXPECT_EQ(visibleCards(f).first()->sessionID(), f.store->visibleSessions()[0].id);
+    click(newer);
+    EXPECT_EQ(text(range), QStringLiteral("1\u20134 / 5"));
 }
 
 TEST(BuildHistory, PageArithmeticClampsAStartLeftBeyondTheEnd)
@@ -105,91 +92,83 @@ TEST(BuildHistory, PageArithmeticClampsAStartLeftBeyondTheEnd)
     EXPECT_EQ(page.start, 2);
     EXPECT_EQ(page.end, 3);
     EXPECT_EQ(HistoryPager::page(0, 0).end, 0);
-    EXPECT_EQ(HistoryPager::older(10, 4), 6);
-    EXPECT_EQ(HistoryPager::older(3, 0), 0);
-    EXPECT_EQ(HistoryPager::newer(3), 0);
-    EXPECT_EQ(HistoryPager::rangeText(10, 6), QStringLiteral("7\u201310 / 10"));
 }
 
-TEST(BuildHistory, PagingReturnsToTheNewestBuildsWhenSessionsOrFocusChange)
+TEST_F(BuildHistoryTest, PagingReturnsToTheNewestBuildsWhenSessionsOrFocusChange)
 {
-    WindowFixture f;
-    f.open();
-    captureBuilds(f, 6, QStringLiteral("Atlas"));
-    captureBuilds(f, 1, QStringLiteral("Weather"));
-    f.click(older);
-    ASSERT_EQ(f.text(range), QStringLiteral("4\u20137 / 7"));
+    captureBuilds(*this, 6, QStringLiteral("Atlas"));
+    captureBuilds(*this, 1, QStringLiteral("Weather"));
+    click(older);
+    ASSERT_EQ(text(range), QStringLiteral("4\u20137 / 7"));
 
     // Changes that leave the number of sessions and the focus alone keep the page.
-    f.store->setSearchText(QStringLiteral("suspicious"));
-    f.store->setSeverityFilter({DiagnosticSeverity::warning});
+    store->setSearchText(QStringLiteral("suspicious"));
+    store->setSeverityFilter({DiagnosticSeverity::warning});
     settle();
-    EXPECT_EQ(f.text(range), QStringLiteral("4\u20137 / 7"));
+    EXPECT_EQ(text(range), QStringLiteral("4\u20137 / 7"));
 
-    captureBuilds(f, 1, QStringLiteral("Weather"));
-    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 8"));
+    captureBuilds(*this, 1, QStringLiteral("Weather"));
+    EXPECT_EQ(text(range), QStringLiteral("1\u20134 / 8"));
 
-    f.click(older);
-    f.trigger(QStringLiteral("projectFocusMenu"), QStringLiteral("Atlas"));
-    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 6"));
+    click(older);
+    trigger(QStringLiteral("projectFocusMenu"), QStringLiteral("Atlas"));
+    EXPECT_EQ(text(range), QStringLiteral("1\u20134 / 6"));
 
-    f.click(older);
-    ASSERT_EQ(f.text(range), QStringLiteral("3\u20136 / 6"));
-    f.trigger(QStringLiteral("optionsMenu"), QStringLiteral("Clear Build History"));
-    EXPECT_FALSE(f.shows(QStringLiteral("historyPager")));
-    EXPECT_EQ(f.text(QStringLiteral("historyCount")), QStringLiteral("0"));
-    captureBuilds(f, 5);
-    EXPECT_EQ(f.text(range), QStringLiteral("1\u20134 / 5"));
+    click(older);
+    ASSERT_EQ(text(range), QStringLiteral("3\u20136 / 6"));
+    trigger(QStringLiteral("optionsMenu"), QStringLiteral("Clear Build History"));
+    EXPECT_FALSE(shows(QStringLiteral("historyPager")));
+    EXPECT_EQ(text(QStringLiteral("historyCount")), QStringLiteral("0"));
+    captureBuilds(*this, 5);
+    EXPECT_EQ(text(range), QStringLiteral("1\u20134 / 5"));
 }
 
-TEST(BuildHistory, CollapsingHidesCardsAndPagerAndShowsTheCount)
+TEST_F(BuildHistoryTest, CollapsingHidesCardsAndPagerAndShowsTheCount)
 {
-    WindowFixture f;
-    f.open();
-    f.window->show();
-    captureBuilds(f, 6);
-    f.click(QStringLiteral("historyToggle"));
-    EXPECT_TRUE(waitUntil([&] { return visibleCards(f).isEmpty(); }));
-    EXPECT_FALSE(f.shows(QStringLiteral("historyPager")));
-    EXPECT_TRUE(f.shows(QStringLiteral("historyCount")));
-    EXPECT_EQ(f.text(QStringLiteral("historyCount")), QStringLiteral("6"));
+    window->show();
+    captureBuilds(*this, 6);
+    click(QStringLiteral("historyToggle"));
+    EXPECT_TRUE(waitUntil([&] { return visibleCards(*this).isEmpty(); }));
+    EXPECT_FALSE(shows(QStringLiteral("historyPager")));
+    EXPECT_TRUE(shows(QStringLiteral("historyCount")));
+    EXPECT_EQ(text(QStringLiteral("historyCount")), QStringLiteral("6"));
 
-    f.click(QStringLiteral("historyToggle"));
-    EXPECT_EQ(visibleCards(f).size(), 4);
-    EXPECT_TRUE(f.shows(QStringLiteral("historyPager")));
-    EXPECT_TRUE(waitUntil([&] { return f.find<QWidget>(QStringLiteral("historyCards"))->height() == 82; }));
+    click(QStringLiteral("historyToggle"));
+    EXPECT_EQ(visibleCards(*this).size(), 4);
+    EXPECT_TRUE(shows(QStringLiteral("historyPager")));
+    EXPECT_TRUE(waitUntil([&] { return find<QWidget>(QStringLiteral("historyCards"))->height() == 82; }));
 }
 
 TEST(BuildHistory, CardsSummariseEachBuildInItsStatusColour)
 {
+    // Notes count as neither errors nor warnings.
     const struct {
         int errors;
         int warnings;
+        int notes;
         QString summary;
         QColor colour;
     } cases[] = {
-        {0, 0, QStringLiteral("CLEAN"), theme::green()},
-        {1, 5, QStringLiteral("1 ERROR"), theme::red()},
-        {0, 1, QStringLiteral("1 WARNING"), theme::orange()},
-        {0, 2, QStringLiteral("2 WARNINGS"), theme::orange()},
-        {12, 0, QStringLiteral("12 ERRORS"), theme::red()},
+        {0, 0, 3, QStringLiteral("CLEAN"), theme::green()},
+        {1, 5, 0, QStringLiteral("1 ERROR"), theme::red()},
+        {0, 1, 2, QStringLiteral("1 WARNING"), theme::orange()},
+        {0, 2, 0, QStringLiteral("2 WARNINGS"), theme::orange()},
+        {12, 0, 1, QStringLiteral("12 ERRORS"), theme::red()},
     };
     for (const auto& c : cases) {
-        const BuildSession session = sessionWith(c.errors, c.warnings);
+        const BuildSession session = sessionWith(c.errors, c.warnings, c.notes);
         EXPECT_EQ(HistoryCard::summaryText(session), c.summary);
         EXPECT_EQ(HistoryCard::statusColor(session), c.colour) << c.summary.toStdString();
     }
 }
 
-TEST(BuildHistory, CardsShowTheVisibleSessionsAndClickingOneMakesItActive)
+TEST_F(BuildHistoryTest, CardsShowTheVisibleSessionsAndClickingOneMakesItActive)
 {
-    WindowFixture f;
-    f.open();
-    f.capture(QStringLiteral("ExampleApp"), {error(1), warning(2)});
-    f.capture(QStringLiteral("ExampleApp"), {warning(2), warning(3)});
-    f.capture(QStringLiteral("ExampleApp"), {});
+    capture(QStringLiteral("ExampleApp"), {error(1), warning(2)});
+    capture(QStringLiteral("ExampleApp"), {warning(2), warning(3)});
+    capture(QStringLiteral("ExampleApp"), {});
 
-    QList<HistoryCard*> cards = visibleCards(f);
+    QList<HistoryCard*> cards = visibleCards(*this);
     ASSERT_EQ(cards.size(), 3);
     EXPECT_EQ(cards[0]->summary(), QStringLiteral("CLEAN"));
     EXPECT_EQ(cards[1]->summary(), QStringLiteral("2 WARNINGS"));
@@ -200,8 +179,8 @@ TEST(BuildHistory, CardsShowTheVisibleSessionsAndClickingOneMakesItActive)
 
     cards[2]->click();
     settle();
-    EXPECT_EQ(f.store->activeSession()->id, cards[2]->sessionID());
+    EXPECT_EQ(store->activeSession()->id, cards[2]->sessionID());
     EXPECT_TRUE(cards[2]->isActive());
     EXPECT_FALSE(cards[0]->isActive());
-    EXPECT_EQ(f.find<CountChip>(QStringLiteral("summaryErrors"))->text(), QStringLiteral("1"));
+    EXPECT_EQ(find<CountChip>(QStringLiteral("summaryErrors"))->text(), QStringLiteral("1"));
 }

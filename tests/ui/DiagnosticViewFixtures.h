@@ -1,7 +1,7 @@
 #pragma once
 
 #include "BuildStore.h"
-#include "DesktopPlatform.h"
+#include "RecordingPlatform.h"
 #include "TestEnvironment.h"
 
 #include <QCoreApplication>
@@ -13,35 +13,8 @@
 #include <QWidget>
 
 #include <memory>
-#include <ostream>
-#include <utility>
-
-// Readable failure messages for texts and lists of texts.
-inline void PrintTo(const QString& text, std::ostream* os)
-{
-    *os << '"' << text.toStdString() << '"';
-}
 
 namespace corvane::test {
-
-// Remembers what the views ask of the desktop instead of doing it.
-class RecordingPlatform : public DesktopPlatform {
-public:
-    std::optional<QString> chooseLogFile(const QString&) override { return std::nullopt; }
-    void showAlert(const QString& title, const QString& text) override { alerts.append(title + u'|' + text); }
-    void setClipboardText(const QString& text) override { clipboard.append(text); }
-    bool startDetached(const QString& program, const QStringList& arguments) override
-    {
-        started.append({program, arguments});
-        return true;
-    }
-    void openWithDefaultApplication(const QString& filePath) override { opened.append(filePath); }
-
-    QStringList clipboard;
-    QStringList alerts;
-    QList<std::pair<QString, QStringList>> started;
-    QStringList opened;
-};
 
 // A store in a private home folder, fed builds of one Xcode project.
 struct StoreFixture {

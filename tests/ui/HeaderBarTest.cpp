@@ -23,6 +23,14 @@ constexpr auto error_ = DiagnosticSeverity::error;
 constexpr auto warning_ = DiagnosticSeverity::warning;
 constexpr auto note_ = DiagnosticSeverity::note;
 
+QStringList items(const QComboBox& picker)
+{
+    QStringList texts;
+    for (int i = 0; i < picker.count(); ++i)
+        texts.append(picker.itemText(i));
+    return texts;
+}
+
 QStringList menuTexts(const QMenu& menu)
 {
     QStringList texts;
@@ -33,18 +41,13 @@ QStringList menuTexts(const QMenu& menu)
 
 } // namespace
 
-TEST(HeaderBar, SeverityMenuShowsTheStoreFilterAndOnlyFourWholeSets)
+class HeaderBarTest : public OpenWindow {};
+
+TEST_F(HeaderBarTest, SeverityMenuShowsTheStoreFilterAndWritesOnlyFourWholeSets)
 {
-    WindowFixture f;
-    f.open();
-    auto* picker = f.find<QComboBox>(QStringLiteral("severityPicker"));
-    EXPECT_EQ(picker->accessibleName(), QStringLiteral("Severity"));
-    EXPECT_EQ(picker->width(), 175);
-    QStringList items;
-    for (int i = 0; i < picker->count(); ++i)
-        items.append(picker->itemText(i));
-    EXPECT_EQ(items, (QStringList{QStringLiteral("Errors + Warnings"), QStringLiteral("Errors"),
-                                  QStringLiteral("Warnings"), QStringLiteral("All")}));
+    auto* picker = find<QComboBox>(QStringLiteral("severityPicker"));
+    EXPECT_EQ(items(*picker), (QStringList{QStringLiteral("Errors + Warnings"), QStringLiteral("Errors"),
+                                           QStringLiteral("Warnings"), QStringLiteral("All")}));
     EXPECT_EQ(picker->currentText(), QStringLiteral("Errors + Warnings"));
 
     const std::pair<QSet<DiagnosticSeverity>, QString> cases[] = {
@@ -57,137 +60,94 @@ TEST(HeaderBar, SeverityMenuShowsTheStoreFilterAndOnlyFourWholeSets)
         {set({}), QStringLiteral("Errors + Warnings")},
     };
     for (const auto& [filter, shown] : cases) {
-        f.store->setSeverityFilter(filter);
+        store->setSeverityFilter(filter);
         settle();
         EXPECT_EQ(picker->currentText(), shown);
     }
-}
 
-TEST(HeaderBar, ChoosingASeverityWritesTheSetAndKeepsTheSelectionVisible)
-{
-    WindowFixture f;
-    f.open();
-    f.store->loadSampleDiagnostics();
-    settle();
-    ASSERT_EQ(f.store->selectedDiagnostic()->severity, error_);
-
-    f.choose(QStringLiteral("severityPicker"), QStringLiteral("Warnings"));
-    EXPECT_EQ(f.store->severityFilter(), set({warning_}));
-    // The error left the list, so the selection moved to a listed warning.
-    ASSERT_TRUE(f.store->selectedDiagnostic());
-    EXPECT_EQ(f.store->selectedDiagnostic()->severity, warning_);
-
-    f.choose(QStringLiteral("severityPicker"), QStringLiteral("All"));
-    EXPECT_EQ(f.store->severityFilter(), set({error_, warning_, note_}));
-    f.choose(QStringLiteral("severityPicker"), QStringLiteral("Errors"));
-    EXPECT_EQ(f.store->severityFilter(), set({error_}));
-    EXPECT_EQ(f.store->selectedDiagnostic()->severity, error_);
-}
-
-TEST(HeaderBar, WarningsMenuWritesTheModeAndTheSelectionFollowsTheList)
-{
-    WindowFixture f;
-    f.open();
-    auto* picker = f.find<QComboBox>(QStringLiteral("warningsPicker"));
-    EXPECT_EQ(picker->accessibleName(), QStringLiteral("Warnings"));
-    EXPECT_EQ(picker->width(), 110);
-    ASSERT_EQ(picker->count(), 3);
-    EXPECT_EQ(picker->itemText(0), QStringLiteral("Warnings"));
-    EXPECT_EQ(picker->itemText(1), QStringLiteral("Pinned"));
-    EXPECT_EQ(picker->itemText(2), QStringLiteral("Ignored"));
-
-    f.store->loadSampleDiagnostics();
-    settle();
-    // Pin one warning and select the other: in the pinned view the selected
-    // warning is no longer listed, so the selection has to move.
-    const QList<BuildDiagnostic> visible = f.store->visibleDiagnostics();
-    QList<BuildDiagnostic> warnings;
-    for (const BuildDiagnostic& d : visible) {
-        if (d.severity == warning_)
-            warnings.append(d);
+    // Choosing writes the whole set; the selected error leaves the list, so
+    // the selection moves to a listed warning.
+    store->loadSampleDiagnostics();
+    ASSERT_EQ(store->selectedDiagnostic()->severity, error_);
+    for (const auto& [filter, shown] : std::initializer_list<std::pair<QSet<DiagnosticSeverity>, QString>>{
+             {set({error_, warning_}), QStringLiteral("Errors + Warnings")},
+             {set({error_, warning_, note_}), QStringLiteral("All")},
+             {set({error_}), QStringLiteral("Errors")},
+             {set({warning_}), QStringLiteral("Warnings")}}) {
+        choose(QStringLiteral("severityPicker"), shown);
+        EXPECT_EQ(store->severityFilter(), filter);
     }
-    ASSERT_EQ(warnings.size(), 2);
-    f.store->togglePin(warnings[0]);
-    f.store->setSelectedDiagnosticID(warnings[1].id);
-    settle();
+    ASSERT_TRUE(store->selectedDiagnostic());
+    EXPECT_EQ(store->selectedDiagnostic()->severity, warning_);
+}
 
-    f.choose(QStringLiteral("warningsPicker"), QStringLiteral("Pinned"));
-    EXPECT_EQ(f.store->warningViewMode(), BuildStore::WarningViewMode::pinned);
-    const auto selected = f.store->selectedDiagnostic();
-    ASSERT_TRUE(selected);
-    EXPECT_NE(selected->id, warnings[1].id);
-    bool listed = false;
-    for (const BuildDiagnostic& d : f.store->visibleDiagnostics())
-        listed = listed || d.id == selected->id;
-    EXPECT_TRUE(listed);
+TEST_F(HeaderBarTest, WarningsMenuReadsAndWritesTheMode)
+{
+    auto* picker = find<QComboBox>(QStringLiteral("warningsPicker"));
+    EXPECT_EQ(items(*picker), (QStringList{QStringLiteral("Warnings"), QStringLiteral("Pinned"), QStringLiteral("Ignored")}));
 
+    choose(QStringLiteral("warningsPicker"), QStringLiteral("Pinned"));
+    EXPECT_EQ(store->warningViewMode(), BuildStore::WarningViewMode::pinned);
     // A change made elsewhere shows in the menu.
-    f.store->setWarningViewMode(BuildStore::WarningViewMode::ignored);
+    store->setWarningViewMode(BuildStore::WarningViewMode::ignored);
     settle();
     EXPECT_EQ(picker->currentText(), QStringLiteral("Ignored"));
 }
 
-TEST(HeaderBar, SearchFieldWritesEveryEditAndIsReachableByKeyboard)
+TEST_F(HeaderBarTest, SearchFieldWritesEveryEditAndIsReachableByKeyboard)
 {
-    WindowFixture f;
-    ContentView& window = f.open();
-    auto* field = f.find<QLineEdit>(QStringLiteral("searchField"));
+    auto* field = find<QLineEdit>(QStringLiteral("searchField"));
     EXPECT_EQ(field->placeholderText(), QStringLiteral("FILTER DIAGNOSTICS"));
-    EXPECT_EQ(field->size(), QSize(230, 32));
 
     QTest::keyClick(field, Qt::Key_R);
-    EXPECT_EQ(f.store->searchText(), QStringLiteral("r"));
+    EXPECT_EQ(store->searchText(), QStringLiteral("r"));
     QTest::keyClicks(field, QStringLiteral("ender"));
-    EXPECT_EQ(f.store->searchText(), QStringLiteral("render"));
+    EXPECT_EQ(store->searchText(), QStringLiteral("render"));
     QTest::keyClick(field, Qt::Key_Backspace);
-    EXPECT_EQ(f.store->searchText(), QStringLiteral("rende"));
+    EXPECT_EQ(store->searchText(), QStringLiteral("rende"));
 
     // The store clearing the text clears the field.
-    f.store->clearHistory();
+    store->clearHistory();
     settle();
     EXPECT_TRUE(field->text().isEmpty());
 
     // Tab goes from the severity menu to the field, and Ctrl+F jumps there.
-    EXPECT_EQ(f.find<QWidget>(QStringLiteral("severityPicker"))->nextInFocusChain(), field);
-    window.show();
-    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
-    f.find<QWidget>(QStringLiteral("warningsPicker"))->setFocus();
-    QTest::keySequence(&window, QKeySequence::Find);
+    EXPECT_EQ(find<QWidget>(QStringLiteral("severityPicker"))->nextInFocusChain(), field);
+    window->show();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(window.get()));
+    find<QWidget>(QStringLiteral("warningsPicker"))->setFocus();
+    QTest::keySequence(window.get(), QKeySequence::Find);
     EXPECT_TRUE(waitUntil([&] { return field->hasFocus(); }));
 }
 
-TEST(HeaderBar, CountersAppearOnlyWithABaselineAndGreyAtZero)
+TEST_F(HeaderBarTest, CountersAppearOnlyWithABaselineAndGreyAtZero)
 {
-    WindowFixture f;
-    f.open();
-    EXPECT_FALSE(f.shows(QStringLiteral("headerCounters")));
+    EXPECT_FALSE(shows(QStringLiteral("headerCounters")));
 
-    f.store->loadSampleDiagnostics();
+    store->loadSampleDiagnostics();
     settle();
-    EXPECT_FALSE(f.shows(QStringLiteral("headerCounters")));
+    EXPECT_FALSE(shows(QStringLiteral("headerCounters")));
 
-    f.capture(QStringLiteral("ExampleApp"), {error(1), warning(2)});
-    EXPECT_FALSE(f.shows(QStringLiteral("headerCounters"))) << "a first build has nothing to compare with";
+    capture(QStringLiteral("ExampleApp"), {error(1), warning(2)});
+    EXPECT_FALSE(shows(QStringLiteral("headerCounters"))) << "a first build has nothing to compare with";
 
-    f.capture(QStringLiteral("ExampleApp"), {warning(2), warning(3)});
-    EXPECT_TRUE(f.shows(QStringLiteral("headerCounters")));
-    auto* fresh = f.find<CountChip>(QStringLiteral("headerNewCounter"));
-    auto* fixed = f.find<CountChip>(QStringLiteral("headerFixedCounter"));
+    capture(QStringLiteral("ExampleApp"), {warning(2), warning(3)});
+    EXPECT_TRUE(shows(QStringLiteral("headerCounters")));
+    auto* fresh = find<CountChip>(QStringLiteral("headerNewCounter"));
+    auto* fixed = find<CountChip>(QStringLiteral("headerFixedCounter"));
     EXPECT_EQ(fresh->text(), QStringLiteral("1"));
     EXPECT_EQ(fixed->text(), QStringLiteral("1"));
     EXPECT_EQ(fresh->foreground(), theme::cyan());
     EXPECT_EQ(fixed->foreground(), theme::green());
 
-    f.capture(QStringLiteral("ExampleApp"), {warning(2), warning(3)});
+    capture(QStringLiteral("ExampleApp"), {warning(2), warning(3)});
     EXPECT_EQ(fresh->text(), QStringLiteral("0"));
     EXPECT_EQ(fresh->foreground(), theme::secondaryText());
     EXPECT_EQ(fixed->foreground(), theme::secondaryText());
 }
 
-TEST(HeaderBar, StatusLineTakesTheCaptureStateColour)
+TEST_F(HeaderBarTest, StatusLineTakesTheCaptureStateColour)
 {
-    WindowFixture f;
-    f.open();
     using State = XcodeBuildWatcher::WatcherState;
     const std::pair<State, QColor> cases[] = {
         {State::watching(), theme::green()},
@@ -197,80 +157,75 @@ TEST(HeaderBar, StatusLineTakesTheCaptureStateColour)
         {State::stopped(), theme::secondaryText()},
     };
     for (const auto& [state, colour] : cases) {
-        f.store->applyWatcherState(state);
+        store->applyWatcherState(state);
         settle();
-        auto* label = f.find<QLabel>(QStringLiteral("statusText"));
-        EXPECT_EQ(label->text(), f.store->statusText());
+        auto* label = find<QLabel>(QStringLiteral("statusText"));
+        EXPECT_EQ(label->text(), store->statusText());
         EXPECT_EQ(label->palette().color(QPalette::WindowText), colour) << label->text().toStdString();
     }
-    EXPECT_EQ(HeaderBar::captureStatusColor({XcodeBuildWatcher::WatcherState::Kind::processing, {}}), theme::cyan());
 }
 
-TEST(HeaderBar, FocusMenuListsAllProjectsThenTheProjectsWithACheckmarkOnTheFocus)
+TEST_F(HeaderBarTest, FocusMenuListsAllProjectsThenTheProjectsWithACheckmarkOnTheFocus)
 {
-    WindowFixture f;
-    f.open();
-    auto* menu = f.find<QMenu>(QStringLiteral("projectFocusMenu"));
-    auto* button = f.find<QAbstractButton>(QStringLiteral("projectFocusButton"));
+    auto* menu = find<QMenu>(QStringLiteral("projectFocusMenu"));
+    auto* button = find<QAbstractButton>(QStringLiteral("projectFocusButton"));
     EXPECT_EQ(menuTexts(*menu), QStringList{QStringLiteral("All Projects")});
-    EXPECT_TRUE(f.menuItem(QStringLiteral("projectFocusMenu"), QStringLiteral("All Projects"))->isChecked());
+    EXPECT_TRUE(menuItem(QStringLiteral("projectFocusMenu"), QStringLiteral("All Projects"))->isChecked());
     EXPECT_EQ(button->text(), QStringLiteral("ALL PROJECTS"));
 
-    f.capture(QStringLiteral("Weather"), {error(1)});
-    f.capture(QStringLiteral("Atlas"), {warning(1)});
-    f.store->loadSampleDiagnostics();
+    capture(QStringLiteral("Weather"), {error(1)});
+    capture(QStringLiteral("Atlas"), {warning(1)});
+    store->loadSampleDiagnostics();
     settle();
-    const QStringList names = f.store->projectNames();
+    const QStringList names = store->projectNames();
     ASSERT_EQ(names.size(), 2);
     EXPECT_EQ(menuTexts(*menu), (QStringList{QStringLiteral("All Projects"), QStringLiteral("---"), names[0], names[1]}))
         << "the manual project is never offered";
 
-    f.trigger(QStringLiteral("projectFocusMenu"), QStringLiteral("Weather"));
-    EXPECT_EQ(f.store->focusedProjectName(), std::optional<QString>(QStringLiteral("Weather")));
+    trigger(QStringLiteral("projectFocusMenu"), QStringLiteral("Weather"));
+    EXPECT_EQ(store->focusedProjectName(), std::optional<QString>(QStringLiteral("Weather")));
     EXPECT_EQ(button->text(), QStringLiteral("WEATHER"));
-    EXPECT_TRUE(f.menuItem(QStringLiteral("projectFocusMenu"), QStringLiteral("Weather"))->isChecked());
-    EXPECT_FALSE(f.menuItem(QStringLiteral("projectFocusMenu"), QStringLiteral("All Projects"))->isChecked());
-    EXPECT_FALSE(f.menuItem(QStringLiteral("projectFocusMenu"), QStringLiteral("Atlas"))->isChecked());
+    EXPECT_TRUE(menuItem(QStringLiteral("projectFocusMenu"), QStringLiteral("Weather"))->isChecked());
+    EXPECT_FALSE(menuItem(QStringLiteral("projectFocusMenu"), QStringLiteral("All Projects"))->isChecked());
+    EXPECT_FALSE(menuItem(QStringLiteral("projectFocusMenu"), QStringLiteral("Atlas"))->isChecked());
 
-    f.trigger(QStringLiteral("projectFocusMenu"), QStringLiteral("All Projects"));
-    EXPECT_FALSE(f.store->focusedProjectName());
+    trigger(QStringLiteral("projectFocusMenu"), QStringLiteral("All Projects"));
+    EXPECT_FALSE(store->focusedProjectName());
     EXPECT_EQ(button->text(), QStringLiteral("ALL PROJECTS"));
 }
 
-TEST(HeaderBar, OptionsMenuOffersTheCommandsInOrderAndRunsThem)
+TEST_F(HeaderBarTest, OptionsMenuOffersTheCommandsInOrderAndRunsThem)
 {
-    WindowFixture f;
-    f.open();
-    auto* menu = f.find<QMenu>(QStringLiteral("optionsMenu"));
+    auto* menu = find<QMenu>(QStringLiteral("optionsMenu"));
     EXPECT_EQ(menuTexts(*menu),
               (QStringList{QStringLiteral("Show Build-System Notes"), QStringLiteral("---"),
                            QStringLiteral("Import Plain-Text Log") + QChar(0x2026), QStringLiteral("Load Sample Diagnostics"),
                            QStringLiteral("---"), QStringLiteral("Restart Xcode Watcher"), QStringLiteral("---"),
                            QStringLiteral("Clear Build History")}));
 
-    QAction* notes = f.menuItem(QStringLiteral("optionsMenu"), QStringLiteral("Show Build-System Notes"));
+    QAction* notes = menuItem(QStringLiteral("optionsMenu"), QStringLiteral("Show Build-System Notes"));
     ASSERT_TRUE(notes->isCheckable());
     EXPECT_FALSE(notes->isChecked());
     notes->trigger();
     settle();
-    EXPECT_TRUE(f.store->showBuildNoise());
-    f.store->setShowBuildNoise(false);
+    EXPECT_TRUE(store->showBuildNoise());
+    store->setShowBuildNoise(false);
     settle();
     EXPECT_FALSE(notes->isChecked()) << "the toggle follows the store";
 
-    f.trigger(QStringLiteral("optionsMenu"), QStringLiteral("Load Sample Diagnostics"));
-    ASSERT_EQ(f.store->sessions().size(), 1);
-    EXPECT_EQ(f.store->sessions().first().sourceName, QStringLiteral("Sample Xcode Build"));
+    trigger(QStringLiteral("optionsMenu"), QStringLiteral("Load Sample Diagnostics"));
+    ASSERT_EQ(store->sessions().size(), 1);
+    EXPECT_EQ(store->sessions().first().sourceName, QStringLiteral("Sample Xcode Build"));
 
     // The import asks the desktop for a file; cancelling changes nothing.
-    f.trigger(QStringLiteral("optionsMenu"), QStringLiteral("Import Plain-Text Log") + QChar(0x2026));
-    EXPECT_EQ(f.store->sessions().size(), 1);
+    trigger(QStringLiteral("optionsMenu"), QStringLiteral("Import Plain-Text Log") + QChar(0x2026));
+    EXPECT_EQ(store->sessions().size(), 1);
 
-    f.trigger(QStringLiteral("optionsMenu"), QStringLiteral("Restart Xcode Watcher"));
-    EXPECT_TRUE(f.store->watcher().isRunning());
-    EXPECT_EQ(f.text(QStringLiteral("statusText")), QStringLiteral("WATCHING XCODE"));
-    f.store->watcher().stop();
+    trigger(QStringLiteral("optionsMenu"), QStringLiteral("Restart Xcode Watcher"));
+    EXPECT_TRUE(store->watcher().isRunning());
+    EXPECT_EQ(text(QStringLiteral("statusText")), QStringLiteral("WATCHING XCODE"));
+    store->watcher().stop();
 
-    f.trigger(QStringLiteral("optionsMenu"), QStringLiteral("Clear Build History"));
-    EXPECT_TRUE(f.store->sessions().isEmpty());
+    trigger(QStringLiteral("optionsMenu"), QStringLiteral("Clear Build History"));
+    EXPECT_TRUE(store->sessions().isEmpty());
 }

@@ -7,27 +7,20 @@
 #include <QAbstractButton>
 #include <QApplication>
 #include <QComboBox>
-#include <QElapsedTimer>
 #include <QLabel>
 #include <QMenu>
 #include <QStackedWidget>
-#include <QThread>
 
 #include <gtest/gtest.h>
 
-#include <functional>
 #include <memory>
 
 namespace corvane::test {
 
 // A whole window on a store in a private home folder, with builds of any
 // project captured the way the watcher delivers them.
-struct WindowFixture {
-    TestEnvironment environment;
-    RecordingPlatform platform;
-    std::unique_ptr<BuildStore> store = std::make_unique<BuildStore>(&platform);
+struct WindowFixture : StoreFixture {
     std::unique_ptr<ContentView> window;
-    int logs = 0;
 
     ContentView& open()
     {
@@ -39,7 +32,7 @@ struct WindowFixture {
     void capture(const QString& project, const QStringList& lines)
     {
         const QString log = environment.derivedData() + u'/' + project + QStringLiteral("-hash/Logs/Build/")
-            + QString::number(++logs) + QStringLiteral(".xcactivitylog");
+            + QString::number(++builds) + QStringLiteral(".xcactivitylog");
         store->captureBuild(lines.join(u'\n').toUtf8(), log);
         settle();
     }
@@ -91,6 +84,11 @@ struct WindowFixture {
     }
 };
 
+// The same, opened before each test.
+struct OpenWindow : ::testing::Test, WindowFixture {
+    OpenWindow() { open(); }
+};
+
 inline QString error(int line)
 {
     return QStringLiteral("/src/App/File%1.swift:%1:3: error: failure number %1").arg(line);
@@ -99,20 +97,6 @@ inline QString error(int line)
 inline QString warning(int line)
 {
     return QStringLiteral("/src/App/File%1.swift:%1:3: warning: suspicious code number %1").arg(line);
-}
-
-// Waits, running the event loop, until the condition holds or time runs out.
-inline bool waitUntil(const std::function<bool()>& condition, int milliseconds = 2000)
-{
-    QElapsedTimer timer;
-    timer.start();
-    while (!condition()) {
-        if (timer.elapsed() > milliseconds)
-            return false;
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
-        QThread::msleep(5);
-    }
-    return true;
 }
 
 } // namespace corvane::test

@@ -86,9 +86,3 @@ TEST(Theme, PackagedFacesAreFoundAndMonospacedStaysFixedPitch)
     const QFont tracked = theme::monospaced(10, QFont::Bold, 1.2);
     EXPECT_NEAR(tracked.letterSpacing(), 1.2, 0.02);
 }
-
-TEST(Theme, ACounterTurnsSecondaryAtZero)
-{
-    EXPECT_EQ(theme::counterColor(0, theme::red()), theme::secondaryText());
-    EXPECT_EQ(theme::counterColor(1, theme::red()), theme::red());
-}

@@ -4,13 +4,12 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
-#include <QDeadlineTimer>
-#include <QEventLoop>
 #include <QFileInfo>
 #include <QTimer>
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 
 namespace corvane {
@@ -30,28 +29,9 @@ namespace {
 using namespace std::chrono_literals;
 using State = XcodeBuildWatcher::WatcherState;
 using test::gzipBytes;
+using test::runEventsFor;
+using test::waitUntil;
 using test::writeFile;
-
-// Runs the event loop until the condition holds or the time is up.
-template <typename Condition>
-bool waitFor(Condition condition, int milliseconds)
-{
-    const QDeadlineTimer deadline(milliseconds);
-    QEventLoop loop;
-    QTimer tick;
-    QObject::connect(&tick, &QTimer::timeout, &loop, [&] {
-        if (condition() || deadline.hasExpired())
-            loop.quit();
-    });
-    tick.start(5);
-    loop.exec();
-    return condition();
-}
-
-void wait(int milliseconds)
-{
-    waitFor([] { return false; }, milliseconds);
-}
 
 struct Delivery {
     QString path;
@@ -102,12 +82,12 @@ protected:
     void startAndSettle()
     {
         m_watcher->start();
-        wait(quietMs);
+        runEventsFor(quietMs);
     }
 
     bool waitForStates(std::size_t count)
     {
-        return waitFor([&] { return m_states.size() >= count; }, timeoutMs);
+        return waitUntil([&] { return m_states.size() >= count; }, timeoutMs);
     }
 
     static State build() { return State{State::Kind::stopped, QStringLiteral("<build>")}; }
@@ -145,47 +125,53 @@ TEST_F(XcodeBuildWatcherTest, ReadsNewAndRewrittenLogsButNeverTheBaseline)
     EXPECT_EQ(m_builds[1], (Delivery{path, "second build, longer output\r\n"}));
 
     // Nothing changes: nothing more happens.
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states.size(), 4u);
 }
 
-TEST_F(XcodeBuildWatcherTest, ADerivedDataFolderCreatedLaterIsPickedUp)
+TEST_F(XcodeBuildWatcherTest, AFolderCreatedLaterIsPickedUpAndItsLogsAreReadOneAfterTheOther)
 {
     QDir(m_derivedData).removeRecursively();
     startAndSettle();
     EXPECT_EQ(m_states, (std::vector{State::watching()}));
 
     // Built elsewhere and moved in, so the first poll that sees the folder
-    // sees it whole.
+    // sees both logs.
     const QString staging = m_dir.filePath(QStringLiteral("staging"));
-    writeFile(staging + QStringLiteral("/Tool/Logs/Build/a.xcactivitylog"), gzipBytes("tool output\r"));
+    writeFile(staging + QStringLiteral("/Pair-9/Logs/Build/first.xcactivitylog"), gzipBytes("first build\r"));
+    writeFile(staging + QStringLiteral("/Pair-9/Logs/Build/second.xcactivitylog"), gzipBytes("second build\r"));
     ASSERT_TRUE(QDir().rename(staging, m_derivedData));
 
-    ASSERT_TRUE(waitForStates(5));
-    EXPECT_EQ(m_states, (std::vector{State::watching(), State::buildDetected(QStringLiteral("Tool")),
-                                     State::processing(QStringLiteral("Tool")), build(), State::watching()}));
-    ASSERT_EQ(m_builds.size(), 1u);
-    EXPECT_EQ(m_builds[0].path, logPath(QStringLiteral("Tool"), QStringLiteral("a.xcactivitylog")));
+    ASSERT_TRUE(waitForStates(9));
+    const QString pair = QStringLiteral("Pair");
+    EXPECT_EQ(m_states, (std::vector{State::watching(), State::buildDetected(pair), State::buildDetected(pair),
+                                     State::processing(pair), build(), State::watching(),
+                                     State::processing(pair), build(), State::watching()}));
+    ASSERT_EQ(m_builds.size(), 2u);
+    std::sort(m_builds.begin(), m_builds.end(), [](const Delivery& a, const Delivery& b) { return a.path < b.path; });
+    EXPECT_EQ(m_builds[0], (Delivery{logPath(pair + QStringLiteral("-9"), QStringLiteral("first.xcactivitylog")),
+                                     "first build\r\n"}));
+    EXPECT_EQ(m_builds[1].text, QByteArray("second build\r\n"));
 }
 
 TEST_F(XcodeBuildWatcherTest, AfterAFailedListingOnlyUnreadLogsAreRead)
 {
     const QString baselineOnly = writeLog(QStringLiteral("Base-1"), "baseline build\r");
     startAndSettle();
-    const QString readBefore = writeLog(QStringLiteral("Read-2"), "read once\r");
+    writeLog(QStringLiteral("Read-2"), "read once\r");
     ASSERT_TRUE(waitForStates(5));
     ASSERT_EQ(m_builds.size(), 1u);
 
     // The folder disappears for a few polls, then comes back unchanged.
     const QString away = m_derivedData + QStringLiteral(".away");
     ASSERT_TRUE(QDir().rename(m_derivedData, away));
-    wait(quietMs);
+    runEventsFor(quietMs);
     m_states.clear();
     ASSERT_TRUE(QDir().rename(away, m_derivedData));
 
     // Both count as new; only the one never read is read.
     ASSERT_TRUE(waitForStates(5));
-    wait(quietMs);
+    runEventsFor(quietMs);
     ASSERT_EQ(m_states.size(), 5u);
     const std::vector<State> detected(m_states.begin(), m_states.begin() + 2);
     EXPECT_TRUE(std::is_permutation(detected.begin(), detected.end(),
@@ -196,27 +182,6 @@ TEST_F(XcodeBuildWatcherTest, AfterAFailedListingOnlyUnreadLogsAreRead)
               (std::vector{State::processing(QStringLiteral("Base")), build(), State::watching()}));
     ASSERT_EQ(m_builds.size(), 2u);
     EXPECT_EQ(m_builds[1], (Delivery{baselineOnly, "baseline build\r\n"}));
-    Q_UNUSED(readBefore);
-}
-
-TEST_F(XcodeBuildWatcherTest, TwoLogsOfOnePollAreReadOneAfterTheOther)
-{
-    startAndSettle();
-    const QString staging = m_dir.filePath(QStringLiteral("Pair-9"));
-    writeFile(staging + QStringLiteral("/Logs/Build/first.xcactivitylog"), gzipBytes("first build\r"));
-    writeFile(staging + QStringLiteral("/Logs/Build/second.xcactivitylog"), gzipBytes("second build\r"));
-    ASSERT_TRUE(QDir().rename(staging, m_derivedData + QStringLiteral("/Pair-9")));
-
-    ASSERT_TRUE(waitForStates(9));
-    const QString pair = QStringLiteral("Pair");
-    EXPECT_EQ(m_states, (std::vector{State::watching(), State::buildDetected(pair), State::buildDetected(pair),
-                                     State::processing(pair), build(), State::watching(),
-                                     State::processing(pair), build(), State::watching()}));
-    ASSERT_EQ(m_builds.size(), 2u);
-    QStringList texts = {QString::fromUtf8(m_builds[0].text), QString::fromUtf8(m_builds[1].text)};
-    texts.sort();
-    EXPECT_EQ(texts, (QStringList{QStringLiteral("first build\r\n"), QStringLiteral("second build\r\n")}));
-    EXPECT_NE(m_builds[0].path, m_builds[1].path);
 }
 
 TEST_F(XcodeBuildWatcherTest, AFailedReadIsNotRetriedUntilTheFileChanges)
@@ -227,7 +192,7 @@ TEST_F(XcodeBuildWatcherTest, AFailedReadIsNotRetriedUntilTheFileChanges)
     writeFile(path, compressed.left(compressed.size() / 2));
 
     ASSERT_TRUE(waitForStates(4));
-    wait(quietMs);
+    runEventsFor(quietMs);
     ASSERT_EQ(m_states.size(), 4u) << m_states.back();
     EXPECT_EQ(m_states[2], State::processing(QStringLiteral("Broken")));
     EXPECT_EQ(m_states[3].kind, State::Kind::failed);
@@ -253,13 +218,13 @@ TEST_F(XcodeBuildWatcherTest, StartTwiceStopAndRestart)
     m_watcher->start();
     m_watcher->start();
     EXPECT_TRUE(m_watcher->isRunning());
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states, (std::vector{State::watching()}));
 
     // One loop only: a new log is detected and read once.
     writeLog(QStringLiteral("Once-1"), "read me once\r");
     ASSERT_TRUE(waitForStates(5));
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states.size(), 5u);
     EXPECT_EQ(m_builds.size(), 1u);
 
@@ -271,11 +236,11 @@ TEST_F(XcodeBuildWatcherTest, StartTwiceStopAndRestart)
     // part of the next baseline.
     writeLog(QStringLiteral("Meanwhile-2"), "written while stopped\r");
     writeLog(QStringLiteral("Once-1"), "rewritten while stopped\r");
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states.size(), 6u);
 
     m_watcher->start();
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states.size(), 7u);
     EXPECT_EQ(m_states.back(), State::watching());
     EXPECT_EQ(m_builds.size(), 1u);
@@ -298,7 +263,7 @@ TEST_F(XcodeBuildWatcherTest, APollUnderWayFinishesAfterStop)
     writeLog(QStringLiteral("Late-1"), "delivered after stop\r");
 
     ASSERT_TRUE(waitForStates(6));
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states, (std::vector{State::watching(), State::buildDetected(QStringLiteral("Late")),
                                      State::processing(QStringLiteral("Late")), State::stopped(), build(),
                                      State::watching()}));
@@ -306,7 +271,7 @@ TEST_F(XcodeBuildWatcherTest, APollUnderWayFinishesAfterStop)
 
     // The loop has ended: later logs go unnoticed.
     writeLog(QStringLiteral("Later-2"), "never seen\r");
-    wait(quietMs);
+    runEventsFor(quietMs);
     EXPECT_EQ(m_states.size(), 6u);
 }
 
@@ -328,10 +293,10 @@ TEST_F(XcodeBuildWatcherTest, DestroyingTheWatcherDuringARead)
             });
     };
     writeLog(QStringLiteral("Big-1"), big);
-    ASSERT_TRUE(waitFor([&] { return destroyed; }, timeoutMs));
+    ASSERT_TRUE(waitUntil([&] { return destroyed; }, timeoutMs));
     EXPECT_EQ(m_states.back(), State::processing(QStringLiteral("Big")));
     const std::size_t seen = m_states.size();
-    wait(1500);
+    runEventsFor(1500);
     EXPECT_EQ(m_states.size(), seen);
     EXPECT_TRUE(m_builds.empty());
 }
