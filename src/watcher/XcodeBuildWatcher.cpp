@@ -157,7 +157,10 @@ void XcodeBuildWatcher::processReady(quint64 loop, ReadyLogs ready, qsizetype ne
         finishPoll(loop);
         return;
     }
-    const auto [path, snapshot] = ready.at(next);
+    // Plain copies, not a structured binding: clang before 16 cannot capture
+    // those in the lambda below.
+    const QString path = ready.at(next).path;
+    const Snapshot snapshot = ready.at(next).snapshot;
     d->pendingLogs.remove(path);
     sendState(WatcherState::processing(projectNameForLog(path)));
 
