@@ -50,41 +50,19 @@ void AppProcess::kill()
 
 QString runtimeFolder(const TestEnvironment& environment)
 {
-    const QString folder = environment.root() + QStringLiteral("/run");
-    QDir().mkpath(folder);
-    QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-    return folder;
+    return environment.runtimeDir();
 }
 
 QString instanceSocketPath(const TestEnvironment& environment)
 {
-    const QByteArray saved = qgetenv("XDG_RUNTIME_DIR");
-    const bool wasSet = qEnvironmentVariableIsSet("XDG_RUNTIME_DIR");
-    qputenv("XDG_RUNTIME_DIR", runtimeFolder(environment).toLocal8Bit());
-    const QString path = SingleInstance::socketPathFor(environment.dataHome());
-    if (wasSet)
-        qputenv("XDG_RUNTIME_DIR", saved);
-    else
-        qunsetenv("XDG_RUNTIME_DIR");
-    return path;
+    // The environment points XDG_RUNTIME_DIR where the program's is.
+    return SingleInstance::socketPathFor(environment.dataHome());
 }
 
 QList<BuildSession> savedHistory()
 {
     const Result<QList<BuildSession>> loaded = BuildHistoryPersistence().load();
     return loaded ? loaded.value() : QList<BuildSession>{};
-}
-
-bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout)
-{
-    const QDeadlineTimer deadline(timeout);
-    while (!condition()) {
-        if (deadline.hasExpired())
-            return false;
-        QCoreApplication::processEvents();
-        QThread::msleep(50);
-    }
-    return true;
 }
 
 QList<BuildSession> waitForHistory(qsizetype count, std::chrono::milliseconds timeout)
@@ -95,7 +73,7 @@ QList<BuildSession> waitForHistory(qsizetype count, std::chrono::milliseconds ti
             sessions = savedHistory();
             return sessions.size() >= count;
         },
-        timeout);
+        int(timeout.count()));
     return sessions;
 }
 

@@ -52,8 +52,6 @@ QString instanceSocketPath(const TestEnvironment& environment);
 QList<BuildSession> savedHistory();
 // Polls the history until it holds `count` sessions or the time is up.
 QList<BuildSession> waitForHistory(qsizetype count, std::chrono::milliseconds timeout);
-// Polls, handling events, until the condition holds or the time is up.
-bool waitUntil(const std::function<bool()>& condition, std::chrono::milliseconds timeout);
 
 // A plain-text build log with one warning of the given message.
 QByteArray logWithWarning(const QString& message);

@@ -82,7 +82,7 @@ TEST(CommandLine, UnreadableLogDoesNotEndTheProgram)
     application.start({QStringLiteral("missing.log")});
     ASSERT_TRUE(application.waitForStarted());
     // It listens once it is up; a second start then reaches it.
-    ASSERT_TRUE(waitUntil([&] { return QFile::exists(instanceSocketPath(environment)); }, 15s));
+    ASSERT_TRUE(waitUntil([&] { return QFile::exists(instanceSocketPath(environment)); }, 15000));
     AppProcess second(environment);
     second.start();
     ASSERT_TRUE(second.waitForExit(20s));

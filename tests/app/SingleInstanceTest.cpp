@@ -217,7 +217,7 @@ TEST(SingleInstance, UnwritableRuntimeFolderStillStarts)
 
 bool socketAppears(const TestEnvironment& environment)
 {
-    return waitUntil([&] { return QFile::exists(instanceSocketPath(environment)); }, 15s);
+    return waitUntil([&] { return QFile::exists(instanceSocketPath(environment)); }, 15000);
 }
 
 TEST(SingleInstanceProgram, SecondStartBringsUpTheRunningWindowAndHandsItsLog)
@@ -300,7 +300,7 @@ TEST(SingleInstanceProgram, StartsAtTheSameMomentEndInOneProgramWithEveryLog)
     const auto runningStarts = [&] {
         return std::count_if(starts.begin(), starts.end(), [](const auto& start) { return start->running(); });
     };
-    EXPECT_TRUE(waitUntil([&] { return runningStarts() <= 1; }, 10s));
+    EXPECT_TRUE(waitUntil([&] { return runningStarts() <= 1; }, 10000));
     int runningCount = 0;
     for (const auto& start : starts) {
         if (start->running()) {

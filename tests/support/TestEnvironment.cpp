@@ -18,6 +18,10 @@ TestEnvironment::TestEnvironment()
     set("HOME", home());
     set("XDG_DATA_HOME", dataHome());
     set("XDG_CONFIG_HOME", configHome());
+    // Per-user sockets (the single-instance check) stay inside the test's folder.
+    QDir().mkpath(runtimeDir());
+    QFile::setPermissions(runtimeDir(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+    set("XDG_RUNTIME_DIR", runtimeDir());
     QDir().mkpath(home());
     QDir().mkpath(configHome());
     // QSettings reads XDG_CONFIG_HOME once per process; point it here each time.
@@ -46,6 +50,7 @@ QString TestEnvironment::root() const { return m_dir.path(); }
 QString TestEnvironment::home() const { return m_dir.path() + QStringLiteral("/home"); }
 QString TestEnvironment::dataHome() const { return m_dir.path() + QStringLiteral("/data"); }
 QString TestEnvironment::configHome() const { return m_dir.path() + QStringLiteral("/config"); }
+QString TestEnvironment::runtimeDir() const { return m_dir.path() + QStringLiteral("/run"); }
 QString TestEnvironment::derivedData() const
 {
     return home() + QStringLiteral("/Library/Developer/Xcode/DerivedData");

@@ -24,6 +24,7 @@ public:
     QString home() const;
     QString dataHome() const;
     QString configHome() const;
+    QString runtimeDir() const;
     // $HOME/Library/Developer/Xcode/DerivedData (not created).
     QString derivedData() const;
     // $XDG_DATA_HOME/Corvane (not created).
