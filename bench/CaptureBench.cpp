@@ -6,6 +6,7 @@
 // a child process, so it does not count towards this process's peak memory.
 #include "ActivityLogReader.h"
 #include "BenchCommand.h"
+#include "ProcessUsage.h"
 #include "BuildHistoryPersistence.h"
 #include "BuildStore.h"
 #include "XcodeBuildWatcher.h"
@@ -22,7 +23,6 @@
 #include <QTemporaryDir>
 #include <QTimer>
 
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -62,27 +62,6 @@ struct RunTimes {
     double cpuSelf = 0;
     double cpuGzip = 0;
 };
-
-// User plus system seconds of this process and of its waited-for children.
-std::pair<double, double> cpuSeconds()
-{
-    const auto seconds = [](const rusage& usage) {
-        return double(usage.ru_utime.tv_sec) + double(usage.ru_utime.tv_usec) / 1e6 + double(usage.ru_stime.tv_sec)
-            + double(usage.ru_stime.tv_usec) / 1e6;
-    };
-    rusage self{};
-    rusage children{};
-    getrusage(RUSAGE_SELF, &self);
-    getrusage(RUSAGE_CHILDREN, &children);
-    return {seconds(self), seconds(children)};
-}
-
-long peakResidentKiB()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss; // KiB on Linux
-}
 
 double currentResidentMiB()
 {

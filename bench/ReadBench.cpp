@@ -1,5 +1,6 @@
 #include "ActivityLogReader.h"
 #include "BenchCommand.h"
+#include "ProcessUsage.h"
 #include "TranscriptGenerator.h"
 
 #include <QElapsedTimer>
@@ -7,7 +8,6 @@
 #include <QFileInfo>
 #include <QProcess>
 
-#include <sys/resource.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -23,27 +23,6 @@ double median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
     return values[values.size() / 2];
-}
-
-// User plus system seconds of this process and of its waited-for children.
-std::pair<double, double> cpuSeconds()
-{
-    const auto seconds = [](const rusage& usage) {
-        return usage.ru_utime.tv_sec + usage.ru_utime.tv_usec / 1e6 + usage.ru_stime.tv_sec
-            + usage.ru_stime.tv_usec / 1e6;
-    };
-    rusage self{};
-    rusage children{};
-    getrusage(RUSAGE_SELF, &self);
-    getrusage(RUSAGE_CHILDREN, &children);
-    return {seconds(self), seconds(children)};
-}
-
-long peakResidentKiB()
-{
-    rusage usage{};
-    getrusage(RUSAGE_SELF, &usage);
-    return usage.ru_maxrss; // KiB on Linux
 }
 
 // The size gzip recorded for the data, modulo 4 GiB.

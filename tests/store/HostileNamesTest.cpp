@@ -61,22 +61,6 @@ QStringList linesFor(const HostileProject& project)
             project.source + QStringLiteral(":30: warning: unused result of \u2018call\u2019")};
 }
 
-// Runs the event loop until the condition holds or the time is up.
-template <typename Condition>
-bool waitFor(Condition condition, int milliseconds)
-{
-    const QDeadlineTimer deadline(milliseconds);
-    QEventLoop loop;
-    QTimer tick;
-    QObject::connect(&tick, &QTimer::timeout, &loop, [&] {
-        if (condition() || deadline.hasExpired())
-            loop.quit();
-    });
-    tick.start(10);
-    loop.exec();
-    return condition();
-}
-
 // What Python's plistlib finds in the history file: per session its project,
 // log path, source name, and the file path and raw text of each diagnostic.
 // JSON with ASCII escapes, so no terminal encoding comes between.
@@ -234,7 +218,7 @@ TEST_F(HostileNames, TheWatcherCapturesALogInAHostileProjectFolder)
     QStringList lines = linesFor(project);
     int writes = 0;
     QDeadlineTimer nextWrite(0);
-    const bool captured = waitFor(
+    const bool captured = waitUntil(
         [&] {
             if (!store.sessions().isEmpty())
                 return true;

@@ -1,0 +1,33 @@
+#include "ProcessUsage.h"
+
+#include <QtGlobal>
+
+#include <sys/resource.h>
+
+namespace corvane::bench {
+
+std::pair<double, double> cpuSeconds()
+{
+    const auto seconds = [](const rusage& usage) {
+        return double(usage.ru_utime.tv_sec) + double(usage.ru_utime.tv_usec) / 1e6 + double(usage.ru_stime.tv_sec)
+            + double(usage.ru_stime.tv_usec) / 1e6;
+    };
+    rusage self{};
+    rusage children{};
+    getrusage(RUSAGE_SELF, &self);
+    getrusage(RUSAGE_CHILDREN, &children);
+    return {seconds(self), seconds(children)};
+}
+
+long peakResidentKiB()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+#ifdef Q_OS_MACOS
+    return long(usage.ru_maxrss / 1024); // bytes there
+#else
+    return long(usage.ru_maxrss); // KiB
+#endif
+}
+
+} // namespace corvane::bench
