@@ -6,7 +6,7 @@
 // a child process, so it does not count towards this process's peak memory.
 #include "ActivityLogReader.h"
 #include "BenchCommand.h"
-#include "ProcessUsage.h"
+#include "Measurements.h"
 #include "BuildHistoryPersistence.h"
 #include "BuildStore.h"
 #include "XcodeBuildWatcher.h"
@@ -80,19 +80,6 @@ QString loadAverage()
     const QList<QByteArray> fields = file.readAll().split(' ');
     return fields.size() >= 3 ? QString::fromLatin1(fields[0] + ' ' + fields[1] + ' ' + fields[2])
                               : QStringLiteral("?");
-}
-
-// The size gzip recorded for the data, modulo 4 GiB.
-quint64 recordedUncompressedSize(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly) || file.size() < 4 || !file.seek(file.size() - 4))
-        return 0;
-    const QByteArray trailer = file.read(4);
-    quint64 size = 0;
-    for (int i = 3; i >= 0; --i)
-        size = size << 8 | static_cast<unsigned char>(trailer[i]);
-    return size;
 }
 
 double median(std::vector<double> values)

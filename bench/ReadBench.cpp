@@ -1,6 +1,6 @@
 #include "ActivityLogReader.h"
 #include "BenchCommand.h"
-#include "ProcessUsage.h"
+#include "Measurements.h"
 #include "TranscriptGenerator.h"
 
 #include <QElapsedTimer>
@@ -23,19 +23,6 @@ double median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
     return values[values.size() / 2];
-}
-
-// The size gzip recorded for the data, modulo 4 GiB.
-quint64 recordedUncompressedSize(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly) || file.size() < 4 || !file.seek(file.size() - 4))
-        return 0;
-    const QByteArray trailer = file.read(4);
-    quint64 size = 0;
-    for (int i = 3; i >= 0; --i)
-        size = size << 8 | static_cast<unsigned char>(trailer[i]);
-    return size;
 }
 
 // Seconds that "gzip -dc path" takes with its output thrown away.

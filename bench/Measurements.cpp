@@ -1,6 +1,6 @@
-#include "ProcessUsage.h"
+#include "Measurements.h"
 
-#include <QtGlobal>
+#include <QFile>
 
 #include <sys/resource.h>
 
@@ -28,6 +28,18 @@ long peakResidentKiB()
 #else
     return long(usage.ru_maxrss); // KiB
 #endif
+}
+
+quint64 recordedUncompressedSize(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || file.size() < 4 || !file.seek(file.size() - 4))
+        return 0;
+    const QByteArray trailer = file.read(4);
+    quint64 size = 0;
+    for (int i = 3; i >= 0; --i)
+        size = size << 8 | static_cast<unsigned char>(trailer[i]);
+    return size;
 }
 
 } // namespace corvane::bench

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <QString>
+#include <QtGlobal>
+
 #include <utility>
 
 namespace corvane::bench {
@@ -9,5 +12,8 @@ std::pair<double, double> cpuSeconds();
 
 // The most memory this process has held resident so far, in KiB.
 long peakResidentKiB();
+
+// The size gzip recorded for a file's data, modulo 4 GiB.
+quint64 recordedUncompressedSize(const QString& path);
 
 } // namespace corvane::bench
