@@ -7,6 +7,16 @@
 
 namespace corvane {
 
+// The domains of the platform's errors that this program passes on. Its own
+// errors use "Corvane.History" and "Corvane.ActivityLog"; every other failure
+// is named after the facility that reported it, one spelling per facility.
+namespace errorDomain {
+inline const QString file = QStringLiteral("QFileDevice");
+inline const QString process = QStringLiteral("QProcess");
+inline const QString textDecoding = QStringLiteral("QStringDecoder");
+inline const QString standardPaths = QStringLiteral("QStandardPaths");
+} // namespace errorDomain
+
 // A failure as a value: where it came from, a code, and one line for the user.
 struct Error {
     QString domain;

@@ -12,13 +12,14 @@ class QIODevice;
 
 namespace corvane {
 
-// Whole-file reads and atomic whole-file writes for the stored files. Errors
-// are the platform's own, with its one-line description.
+// Whole-file reads and atomic whole-file writes. Errors are the platform's
+// own, with its one-line description.
 class StorageFile {
 public:
-    static inline const QString errorDomain = QStringLiteral("Qt.FileDevice");
-
     static Result<QByteArray> read(const QString& path);
+    // A whole file as UTF-8 text (an imported log); anything else is an error
+    // whose description names the file.
+    static Result<QString> readUtf8Text(const QString& path);
     // The bytes go to a temporary file beside the target that then replaces
     // it, so a failed write leaves the previous file whole.
     static Result<void> writeAtomically(const QString& path, const QByteArray& bytes);

@@ -4,14 +4,13 @@
 #include "DesktopPlatform.h"
 #include "DiagnosticPreferencesPersistence.h"
 #include "FileNameRanking.h"
+#include "ProjectFocusDefaults.h"
+#include "StorageFile.h"
 #include "UserCommands.h"
 
-#include <QFile>
 #include <QFileInfo>
 #include <QPointer>
-#include <QSettings>
 #include <QStringBuilder>
-#include <QStringDecoder>
 #include <QStringMatcher>
 
 #include <algorithm>
@@ -24,11 +23,6 @@ namespace corvane {
 namespace {
 
 using Kind = XcodeBuildWatcher::WatcherState::Kind;
-
-QSettings userDefaults()
-{
-    return QSettings(QStringLiteral("Corvane"), QStringLiteral("Corvane"));
-}
 
 QList<BuildDiagnostic> withoutNoise(const QList<BuildDiagnostic>& diagnostics)
 {
@@ -48,27 +42,6 @@ QString sourceNameForBuild(const QString& projectName, qsizetype meaningfulCount
         return projectName % dash % u"Clean";
     return projectName % dash % QString::number(meaningfulCount) % u" diagnostic"
         % (meaningfulCount == 1 ? QString() : QStringLiteral("s"));
-}
-
-// Reads a whole file as UTF-8; anything else is an error with one line of text.
-Result<QString> readUtf8File(const QString& path)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return Error{QStringLiteral("Corvane.File"), int(file.error()),
-                     QStringLiteral("The file \u201C%1\u201D could not be opened: %2.")
-                         .arg(QFileInfo(path).fileName(), file.errorString())};
-    const QByteArray bytes = file.readAll();
-    if (file.error() != QFileDevice::NoError)
-        return Error{QStringLiteral("Corvane.File"), int(file.error()),
-                     QStringLiteral("The file \u201C%1\u201D could not be read: %2.")
-                         .arg(QFileInfo(path).fileName(), file.errorString())};
-    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
-    QString text = decoder.decode(bytes);
-    if (decoder.hasError())
-        return Error{QStringLiteral("Corvane.File"), 0,
-                     QStringLiteral("The file \u201C%1\u201D is not UTF-8 text.").arg(QFileInfo(path).fileName())};
-    return text;
 }
 
 } // namespace
@@ -274,16 +247,15 @@ struct BuildStore::Private {
 
     void restoreFocus()
     {
-        QSettings defaults = userDefaults();
-        const QVariant stored = defaults.value(projectFocusDefaultsKey);
-        if (!stored.isValid()) {
+        const std::optional<QString> stored = ProjectFocusDefaults::load();
+        if (!stored) {
             setFocusedProjectName(std::nullopt);
             return;
         }
-        const QString name = stored.toString();
+        const QString name = *stored;
         if (!q->projectNames().contains(name)) {
             setFocusedProjectName(std::nullopt);
-            defaults.remove(projectFocusDefaultsKey);
+            ProjectFocusDefaults::save(std::nullopt);
             return;
         }
         setFocusedProjectName(name);
@@ -783,12 +755,7 @@ void BuildStore::setFocusedProject(const std::optional<QString>& projectName)
 {
     const std::optional<QString> name = projectName; // may alias our own field
     d->setFocusedProjectName(name);
-    QSettings defaults = userDefaults();
-    if (name)
-        defaults.setValue(projectFocusDefaultsKey, *name);
-    else
-        defaults.remove(projectFocusDefaultsKey);
-    defaults.sync();
+    ProjectFocusDefaults::save(name);
 
     const BuildSession* target = name ? d->newestSession(*name)
                                       : (d->sessions.isEmpty() ? nullptr : &d->sessions.first());
@@ -816,7 +783,7 @@ void BuildStore::importPlainTextLog()
 
 void BuildStore::importLogFile(const QString& path)
 {
-    const Result<QString> text = readUtf8File(path);
+    const Result<QString> text = StorageFile::readUtf8Text(path);
     if (!text) {
         if (d->platform)
             d->platform->showAlert(QStringLiteral("Corvane"),
@@ -844,11 +811,7 @@ void BuildStore::clearHistory()
     d->setWarningViewMode(WarningViewMode::normal);
     d->setSearchText(QString());
     d->setLastWatcherMessage(std::nullopt);
-    {
-        QSettings defaults = userDefaults();
-        defaults.remove(projectFocusDefaultsKey);
-        defaults.sync();
-    }
+    ProjectFocusDefaults::save(std::nullopt);
     const Result<void> cleared = d->persistence.clear();
     if (!cleared)
         d->setLastWatcherMessage(u"Could not clear saved build history: " % cleared.error().description);

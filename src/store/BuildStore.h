@@ -69,7 +69,6 @@ public:
 
     static constexpr qsizetype visibleSessionLimit = 10;
     static inline const QString manualProjectName = QStringLiteral("Manual");
-    static inline const QString projectFocusDefaultsKey = QStringLiteral("Corvane.FocusedProject");
     static inline const QString sampleSourceName = QStringLiteral("Sample Xcode Build");
 
     // Loads the preferences, the history and the focused project. Without a

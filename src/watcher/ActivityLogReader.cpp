@@ -22,7 +22,7 @@ const QString gzipProgram = QStringLiteral("/usr/bin/gzip");
 
 Error fileError(const QFile& file)
 {
-    return Error{QStringLiteral("QFileDevice"), static_cast<int>(file.error()), file.errorString()};
+    return Error{errorDomain::file, static_cast<int>(file.error()), file.errorString()};
 }
 
 Error gzipFailure(int exitStatus, const QByteArray& standardError)
@@ -68,7 +68,7 @@ Result<void> runGzip(const QString& path, const std::function<void(QByteArrayVie
 #endif
     gzip.start(gzipProgram, {QStringLiteral("-dc"), path}, QIODevice::ReadOnly);
     if (!gzip.waitForStarted(-1))
-        return Error{QStringLiteral("QProcess"), static_cast<int>(gzip.error()), gzip.errorString()};
+        return Error{errorDomain::process, static_cast<int>(gzip.error()), gzip.errorString()};
 
     // waitForReadyRead services both pipes, so gzip can never stall on a full
     // standard-error pipe while we wait for standard output.

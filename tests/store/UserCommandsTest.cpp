@@ -129,7 +129,7 @@ TEST_F(UserCommands, ClearHistoryKeepsPreferencesAndFilters)
     EXPECT_EQ(store.warningViewMode(), Mode::normal);
     EXPECT_TRUE(store.searchText().isEmpty());
     EXPECT_FALSE(store.lastWatcherMessage());
-    EXPECT_FALSE(QSettings(QStringLiteral("Corvane"), QStringLiteral("Corvane")).contains(BuildStore::projectFocusDefaultsKey));
+    EXPECT_FALSE(QSettings(QStringLiteral("Corvane"), QStringLiteral("Corvane")).contains(QStringLiteral("Corvane.FocusedProject")));
     EXPECT_FALSE(QFile::exists(historyFile()));
 
     EXPECT_EQ(store.pinnedDiagnostics(), pinned);
