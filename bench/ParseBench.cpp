@@ -110,14 +110,14 @@ std::string dumpLine(const BuildDiagnostic& d)
     return out;
 }
 
-int dumpFile(const DiagnosticParser& parser, const std::string& path, bool full)
+int dumpFile(const DiagnosticParser& parser, const std::string& path)
 {
     const std::optional<std::string> text = readWholeFile(path);
     if (!text) {
         std::fprintf(stderr, "parse: cannot read %s\n", path.c_str());
         return 1;
     }
-    const QList<BuildDiagnostic> found = full ? parser.parseByFullSearch(*text) : parser.parse(*text);
+    const QList<BuildDiagnostic> found = parser.parse(*text);
     for (const BuildDiagnostic& d : found)
         std::printf("%s\n", dumpLine(d).c_str());
     return 0;
@@ -125,20 +125,18 @@ int dumpFile(const DiagnosticParser& parser, const std::string& path, bool full)
 
 // Times parse() as a whole and, separately, each pass's search, so that a
 // slow pass shows itself.
-int timeFile(const DiagnosticParser& parser, const std::string& path, bool full)
+int timeFile(const DiagnosticParser& parser, const std::string& path)
 {
     const std::optional<std::string> text = readWholeFile(path);
     if (!text) {
         std::fprintf(stderr, "parse: cannot read %s\n", path.c_str());
         return 1;
     }
-    const auto search = full ? DiagnosticParser::Search::full : DiagnosticParser::Search::atCandidates;
     auto start = Clock::now();
-    const QList<BuildDiagnostic> found = full ? parser.parseByFullSearch(*text) : parser.parse(*text);
+    const QList<BuildDiagnostic> found = parser.parse(*text);
     const double total = secondsSince(start);
-    std::printf("%s: %zu bytes, %lld diagnostics, %.4f s, %.5g MB/s%s\n", path.c_str(), text->size(),
-                static_cast<long long>(found.size()), total, megabytesPerSecond(text->size(), total),
-                full ? " (full search)" : "");
+    std::printf("%s: %zu bytes, %lld diagnostics, %.4f s, %.5g MB/s\n", path.c_str(), text->size(),
+                static_cast<long long>(found.size()), total, megabytesPerSecond(text->size(), total));
 
     start = Clock::now();
     const bool separators = hasPieceSeparators(*text);
@@ -146,10 +144,10 @@ int timeFile(const DiagnosticParser& parser, const std::string& path, bool full)
     const std::string copy = separators ? withPieceSeparatorsAsLineFeeds(*text) : std::string();
     const std::string_view normalised = separators ? std::string_view(copy) : std::string_view(*text);
     start = Clock::now();
-    const std::size_t located = parser.locatedMatches(normalised, search).size();
+    const std::size_t located = parser.locatedMatches(normalised).size();
     const double locatedSeconds = secondsSince(start);
     start = Clock::now();
-    const std::size_t simple = parser.simpleMatches(normalised, search).size();
+    const std::size_t simple = parser.simpleMatches(normalised).size();
     const double simpleSeconds = secondsSince(start);
     std::printf("  separator scan %.4f s (%.5g MB/s); located pass %zu matches, %.4f s (%.5g MB/s); "
                 "simple pass %zu matches, %.4f s (%.5g MB/s)\n",
@@ -162,13 +160,10 @@ int timeFile(const DiagnosticParser& parser, const std::string& path, bool full)
 int parseFiles(const std::vector<std::string>& arguments)
 {
     bool dump = false;
-    bool full = false;
     std::vector<std::string> paths;
     for (const std::string& argument : arguments) {
         if (argument == "--dump")
             dump = true;
-        else if (argument == "--full")
-            full = true;
         else
             paths.push_back(argument);
     }
@@ -179,13 +174,12 @@ int parseFiles(const std::vector<std::string>& arguments)
     const DiagnosticParser parser;
     int status = 0;
     for (const std::string& path : paths)
-        status |= dump ? dumpFile(parser, path, full) : timeFile(parser, path, full);
+        status |= dump ? dumpFile(parser, path) : timeFile(parser, path);
     return status;
 }
 
 RegisterBenchCommand genLog("gen-log", "[--mb N] [--seed S] OUT", generateLog);
-RegisterBenchCommand parse("parse", "[--dump] [--full] FILE...  (--full: the plain search, slow on long lines)",
-                           parseFiles);
+RegisterBenchCommand parse("parse", "[--dump] FILE...", parseFiles);
 
 } // namespace
 

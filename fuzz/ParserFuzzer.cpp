@@ -3,6 +3,7 @@
 // exactly what the plain left-to-right search of the whole text gives. Any
 // difference is printed and aborts the run.
 #include "DiagnosticParser.h"
+#include "ParserPatterns.h"
 #include "ParserCrossCheck.h"
 #include "ReadableTextExtractor.h"
 
@@ -63,7 +64,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
     // Without its patterns the parser finds nothing in either pass, and every
     // input would agree.
-    if (!parser().hasLocationRegex() || !parser().hasSimpleRegex()) {
+    if (!parser().patterns().location || !parser().patterns().simple) {
         std::fputs("The parser's regular expressions did not compile\n", stderr);
         std::abort();
     }

@@ -1,6 +1,7 @@
 #include "DiagnosticParser.h"
 
 #include "ParserCandidates.h"
+#include "ParserPatterns.h"
 #include "ParserSearch.h"
 
 #include <QSet>
@@ -15,13 +16,6 @@
 #include <utility>
 
 namespace corvane {
-
-struct DiagnosticParser::Patterns {
-    std::unique_ptr<icu::RegexPattern> location;
-    // The located pattern from the "\." of its path on; see ParserSearch.cpp.
-    std::unique_ptr<icu::RegexPattern> locationTail;
-    std::unique_ptr<icu::RegexPattern> simple;
-};
 
 namespace {
 
@@ -61,9 +55,9 @@ QString slice(std::string_view text, ByteRange range)
     return QString::fromUtf8(text.data() + range.begin, qsizetype(range.end - range.begin));
 }
 
-// Builds the records from the matches of both passes, in the order, and with
-// the de-duplication rules, of the parse algorithm.
-QList<BuildDiagnostic> buildDiagnostics(std::string_view text, const PassMatches& matches)
+} // namespace
+
+QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view text, const PassMatches& matches)
 {
     QList<BuildDiagnostic> result;
     QSet<DiagnosticSignature> signatures;
@@ -128,8 +122,6 @@ QList<BuildDiagnostic> buildDiagnostics(std::string_view text, const PassMatches
     return result;
 }
 
-} // namespace
-
 DiagnosticParser::DiagnosticParser()
 {
     auto patterns = std::make_shared<Patterns>();
@@ -137,16 +129,6 @@ DiagnosticParser::DiagnosticParser()
     patterns->locationTail = compile(locationTailPattern(locationPattern));
     patterns->simple = compile(simplePattern);
     m_patterns = std::move(patterns);
-}
-
-bool DiagnosticParser::hasLocationRegex() const
-{
-    return m_patterns->location != nullptr;
-}
-
-bool DiagnosticParser::hasSimpleRegex() const
-{
-    return m_patterns->simple != nullptr;
 }
 
 QList<BuildDiagnostic> DiagnosticParser::parse(const QString& text) const
@@ -157,16 +139,6 @@ QList<BuildDiagnostic> DiagnosticParser::parse(const QString& text) const
 
 QList<BuildDiagnostic> DiagnosticParser::parse(std::string_view utf8Text) const
 {
-    return parseWith(utf8Text, Search::atCandidates);
-}
-
-QList<BuildDiagnostic> DiagnosticParser::parseByFullSearch(std::string_view utf8Text) const
-{
-    return parseWith(utf8Text, Search::full);
-}
-
-QList<BuildDiagnostic> DiagnosticParser::parseWith(std::string_view utf8Text, Search search) const
-{
     // Characters U+0000 to U+0003 separate pieces of a log like line breaks
     // do. The activity log reader never leaves them in its text, so the copy
     // is rare.
@@ -176,27 +148,24 @@ QList<BuildDiagnostic> DiagnosticParser::parseWith(std::string_view utf8Text, Se
         utf8Text = copy;
     }
     PassMatches matches;
-    matches.located = locatedMatches(utf8Text, search);
-    matches.simple = simpleMatches(utf8Text, search);
-    return buildDiagnostics(utf8Text, matches);
+    matches.located = locatedMatches(utf8Text);
+    matches.simple = simpleMatches(utf8Text);
+    return diagnosticsFromMatches(utf8Text, matches);
 }
 
-std::vector<LocatedMatch> DiagnosticParser::locatedMatches(std::string_view normalisedUtf8, Search search) const
+std::vector<LocatedMatch> DiagnosticParser::locatedMatches(std::string_view normalisedUtf8) const
 {
-    if (!m_patterns->location)
+    // The tail is cut from the same constant pattern, so it compiles
+    // whenever the whole pattern does.
+    if (!m_patterns->location || !m_patterns->locationTail)
         return {};
-    // Without the tail pattern only the plain search is exact.
-    if (search == Search::full || !m_patterns->locationTail)
-        return findLocatedByFullSearch(*m_patterns->location, normalisedUtf8);
     return findLocatedAtCandidates(*m_patterns->location, *m_patterns->locationTail, normalisedUtf8);
 }
 
-std::vector<SimpleMatch> DiagnosticParser::simpleMatches(std::string_view normalisedUtf8, Search search) const
+std::vector<SimpleMatch> DiagnosticParser::simpleMatches(std::string_view normalisedUtf8) const
 {
     if (!m_patterns->simple)
         return {};
-    if (search == Search::full)
-        return findSimpleByFullSearch(*m_patterns->simple, normalisedUtf8);
     return findSimpleAtCandidates(*m_patterns->simple, normalisedUtf8);
 }
 

@@ -10,6 +10,7 @@
 #include <memory>
 #include <optional>
 #include <string_view>
+#include <vector>
 
 namespace corvane {
 
@@ -32,37 +33,27 @@ public:
     QList<BuildDiagnostic> parse(std::string_view utf8Text) const;
     QList<BuildDiagnostic> parse(const QString& text) const;
 
-    // The same result by a plain left-to-right search of the whole text with
-    // both patterns. It is the definition parse() must agree with, and is far
-    // too slow for real logs, whose long command lines make the located
-    // pattern backtrack from every "/".
-    QList<BuildDiagnostic> parseByFullSearch(std::string_view utf8Text) const;
-
-    enum class Search {
-        // Anchored matching at the few places a byte scan finds: parse().
-        atCandidates,
-        // The plain search over the whole text: parseByFullSearch().
-        full,
-    };
     // The matches of each pass, as byte ranges into a text that is already
     // normalised (see withPieceSeparatorsAsLineFeeds). Empty when the
     // pattern did not compile.
-    std::vector<LocatedMatch> locatedMatches(std::string_view normalisedUtf8, Search search) const;
-    std::vector<SimpleMatch> simpleMatches(std::string_view normalisedUtf8, Search search) const;
+    std::vector<LocatedMatch> locatedMatches(std::string_view normalisedUtf8) const;
+    std::vector<SimpleMatch> simpleMatches(std::string_view normalisedUtf8) const;
+    // The records of both passes' matches, in the parse's order and with its
+    // de-duplication; any search that finds the same matches gives the same
+    // records.
+    static QList<BuildDiagnostic> diagnosticsFromMatches(std::string_view normalisedUtf8, const PassMatches& matches);
 
-    bool hasLocationRegex() const;
-    bool hasSimpleRegex() const;
+    // The compiled patterns (ParserPatterns.h), for tests that search with
+    // them another way.
+    struct Patterns;
+    const Patterns& patterns() const { return *m_patterns; }
 
     // Tabs to spaces, runs of spaces to one, white space trimmed at both ends.
     static QString cleanMessage(QStringView captured);
     // A signed 64-bit decimal of ASCII digits, or nothing.
     static std::optional<qint64> readNumber(QStringView captured);
 
-    struct Patterns;
-
 private:
-    QList<BuildDiagnostic> parseWith(std::string_view utf8Text, Search search) const;
-
     std::shared_ptr<const Patterns> m_patterns;
 };
 

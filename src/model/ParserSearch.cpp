@@ -1,5 +1,6 @@
 #include "ParserSearch.h"
 
+#include "IcuMatching.h"
 #include "ParserCandidates.h"
 
 #include <unicode/regex.h>
@@ -14,56 +15,6 @@
 namespace corvane {
 
 namespace {
-
-struct UTextCloser {
-    void operator()(UText* text) const { utext_close(text); }
-};
-using UTextHandle = std::unique_ptr<UText, UTextCloser>;
-
-UTextHandle openUtf8(std::string_view utf8)
-{
-    UErrorCode status = U_ZERO_ERROR;
-    UText* text = utext_openUTF8(nullptr, utf8.data(), int64_t(utf8.size()), &status);
-    if (U_FAILURE(status))
-        return nullptr;
-    return UTextHandle(text);
-}
-
-ByteRange groupRange(icu::RegexMatcher& matcher, int group)
-{
-    UErrorCode status = U_ZERO_ERROR;
-    const int64_t begin = matcher.start64(group, status);
-    const int64_t end = matcher.end64(group, status);
-    if (U_FAILURE(status) || begin < 0)
-        return {};
-    return {begin, end};
-}
-
-LocatedMatch locatedGroups(icu::RegexMatcher& m)
-{
-    return {groupRange(m, 0), groupRange(m, 1), groupRange(m, 2), groupRange(m, 3), groupRange(m, 4), groupRange(m, 5)};
-}
-
-SimpleMatch simpleGroups(icu::RegexMatcher& m)
-{
-    return {groupRange(m, 0), groupRange(m, 1), groupRange(m, 2)};
-}
-
-// Runs the pattern over the whole text and hands each match to the callback.
-template <typename Callback>
-void forEachMatch(const icu::RegexPattern& pattern, std::string_view utf8, Callback&& callback)
-{
-    UTextHandle text = openUtf8(utf8);
-    if (!text)
-        return;
-    UErrorCode status = U_ZERO_ERROR;
-    std::unique_ptr<icu::RegexMatcher> matcher(pattern.matcher(status));
-    if (U_FAILURE(status))
-        return;
-    matcher->reset(text.get());
-    while (matcher->find(status) && U_SUCCESS(status))
-        callback(*matcher);
-}
 
 // Matches a pattern anchored at a chosen place of the whole text. The region
 // always runs to the end of the text, so a match may take later lines as the
@@ -228,20 +179,6 @@ int64_t earliestSimpleStart(std::string_view text, int64_t floor, int64_t word, 
 }
 
 } // namespace
-
-std::vector<LocatedMatch> findLocatedByFullSearch(const icu::RegexPattern& pattern, std::string_view utf8)
-{
-    std::vector<LocatedMatch> matches;
-    forEachMatch(pattern, utf8, [&](icu::RegexMatcher& m) { matches.push_back(locatedGroups(m)); });
-    return matches;
-}
-
-std::vector<SimpleMatch> findSimpleByFullSearch(const icu::RegexPattern& pattern, std::string_view utf8)
-{
-    std::vector<SimpleMatch> matches;
-    forEachMatch(pattern, utf8, [&](icu::RegexMatcher& m) { matches.push_back(simpleGroups(m)); });
-    return matches;
-}
 
 // A match of the located pattern begins at a "/" and its path runs lazily,
 // within one line, to the first "." from which the rest of the pattern (the

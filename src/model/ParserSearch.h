@@ -1,9 +1,9 @@
 #pragma once
 
-// Internal to the parser: the two ways of finding every match of a pattern.
-// Both give the matches of a plain left-to-right search without overlap;
-// the candidate search runs the regular expressions only where the
-// byte-level scans of ParserCandidates.h say a match can start.
+// Internal to the parser: every match of a pattern, as a plain left-to-right
+// search without overlap would find them, with the regular expressions run
+// only where the byte-level scans of ParserCandidates.h say a match can
+// start.
 
 #include "ParserMatches.h"
 
@@ -18,12 +18,6 @@ U_NAMESPACE_END
 
 namespace corvane {
 
-// The plain search over the whole text: the definition of the result. Its
-// cost grows with the square of the line length for the located pattern.
-std::vector<LocatedMatch> findLocatedByFullSearch(const icu::RegexPattern& pattern, std::string_view utf8);
-std::vector<SimpleMatch> findSimpleByFullSearch(const icu::RegexPattern& pattern, std::string_view utf8);
-
-// The same matches, found by anchored matching at candidate places only.
 // `locationTail` is the located pattern from the "\." of its path on, with
 // the same groups after the path.
 std::vector<LocatedMatch> findLocatedAtCandidates(const icu::RegexPattern& location,

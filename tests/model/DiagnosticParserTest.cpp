@@ -1,5 +1,6 @@
 #include "DiagnosticParser.h"
 #include "ParserCrossCheck.h"
+#include "ParserPatterns.h"
 
 #include <gtest/gtest.h>
 
@@ -35,8 +36,8 @@ QStringList rawTexts(const QList<BuildDiagnostic>& diagnostics)
 TEST(DiagnosticParser, LocatedAndSimpleLinesInResultOrder)
 {
     const DiagnosticParser parser;
-    ASSERT_TRUE(parser.hasLocationRegex());
-    ASSERT_TRUE(parser.hasSimpleRegex());
+    ASSERT_TRUE(parser.patterns().location);
+    ASSERT_TRUE(parser.patterns().simple);
     const QString text = QStringLiteral(
         "note: Target dependency graph (1 target)\n"
         "/Users/ustra/Developer/ExampleApp/ContentView.swift:48:17: error: cannot find 'widgetTitle' in scope\r"

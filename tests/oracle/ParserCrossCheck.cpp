@@ -1,6 +1,7 @@
 #include "ParserCrossCheck.h"
 
 #include "DiagnosticParser.h"
+#include "FullSearch.h"
 #include "ParserCandidates.h"
 
 #include <algorithm>
@@ -66,16 +67,13 @@ std::optional<std::string> crossCheckParser(const DiagnosticParser& parser, std:
         copy = withPieceSeparatorsAsLineFeeds(text);
         text = copy;
     }
-    using Search = DiagnosticParser::Search;
-    if (auto difference = compareMatches("located", parser.locatedMatches(text, Search::atCandidates),
-                                         parser.locatedMatches(text, Search::full)))
+    if (auto difference = compareMatches("located", parser.locatedMatches(text), findLocatedByFullSearch(parser, text)))
         return difference;
-    if (auto difference = compareMatches("simple", parser.simpleMatches(text, Search::atCandidates),
-                                         parser.simpleMatches(text, Search::full)))
+    if (auto difference = compareMatches("simple", parser.simpleMatches(text), findSimpleByFullSearch(parser, text)))
         return difference;
 
     const QList<BuildDiagnostic> fast = parser.parse(utf8Text);
-    const QList<BuildDiagnostic> full = parser.parseByFullSearch(utf8Text);
+    const QList<BuildDiagnostic> full = parseByFullSearch(parser, utf8Text);
     if (fast.size() != full.size())
         return "diagnostics: " + std::to_string(fast.size()) + " by candidates, " + std::to_string(full.size())
             + " by full search";
