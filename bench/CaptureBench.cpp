@@ -363,7 +363,7 @@ int runCaptureBench(const std::vector<std::string>& arguments)
     text = QByteArray();
     const QList<BuildSession> sessions = store.sessions();
     timer.restart();
-    const BuildComparison comparison = BuildStore::compareDiagnostics(diagnostics, sessions.value(1).diagnostics);
+    const BuildComparison comparison = compareDiagnostics(diagnostics, sessions.value(1).diagnostics);
     const double compareAlone = secondsOf(timer);
     const BuildHistoryPersistence persistence;
     timer.restart();

@@ -154,7 +154,7 @@ int runStoreBench(const std::vector<std::string>& arguments)
     const QList<BuildDiagnostic> parsed = parse(next);
     const QList<BuildDiagnostic> parsedBefore = parse(previous);
     const std::vector<double> compare =
-        timeRuns(5, [&](int) { (void)BuildStore::compareDiagnostics(parsed, parsedBefore); });
+        timeRuns(5, [&](int) { (void)compareDiagnostics(parsed, parsedBefore); });
     const std::vector<double> save = timeRuns(5, [&](int) { (void)persistence.save(store.sessions()); });
     std::printf("  of which parse: median %.1f ms; compare: median %.1f ms; save: median %.1f ms\n",
                 median(parseTimes), median(compare), median(save));

@@ -6,6 +6,8 @@
 #include <QSet>
 #include <QUuid>
 
+#include <optional>
+
 namespace corvane {
 
 // A build compared with the previous build of the same project.
@@ -27,5 +29,12 @@ inline size_t qHash(const BuildComparison& c, size_t seed = 0)
     seed = qHashRangeCommutative(c.newDiagnosticIDs.cbegin(), c.newDiagnosticIDs.cend(), seed);
     return qHashRange(c.fixedDiagnostics.cbegin(), c.fixedDiagnostics.cend(), seed);
 }
+
+// Compares a build with the previous one by signature, build noise left out:
+// what the current list has that the previous lacks is new, and the previous
+// list's own records of what the current one lacks are fixed. Without a
+// previous list there is no baseline.
+BuildComparison compareDiagnostics(const QList<BuildDiagnostic>& current,
+                                   const std::optional<QList<BuildDiagnostic>>& previous);
 
 } // namespace corvane

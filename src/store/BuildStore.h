@@ -120,8 +120,6 @@ public:
     // Capture and comparison.
     void captureBuild(const QByteArray& utf8Text, const QString& logPath);
     void captureManualLog(const QString& text, const QString& sourceName);
-    static BuildComparison compareDiagnostics(const QList<BuildDiagnostic>& current,
-                                              const std::optional<QList<BuildDiagnostic>>& previous);
     void selectSession(const BuildSession& session);
     void selectDefaultDiagnostic(const QList<BuildDiagnostic>& diagnostics, const QSet<QUuid>& newIDs);
     void trimHistory();

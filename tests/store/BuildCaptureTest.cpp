@@ -142,19 +142,19 @@ TEST_F(BuildCapture, ComparisonKeepsDuplicatesAndPreviousOrder)
     sameButRetimed.rawText = QStringLiteral("different raw text");
     sameButRetimed.timestamp = AbsoluteTime{12345};
 
-    EXPECT_EQ(BuildStore::compareDiagnostics({moved}, std::nullopt), BuildComparison::empty());
+    EXPECT_EQ(compareDiagnostics({moved}, std::nullopt), BuildComparison::empty());
 
     const BuildComparison comparison =
-        BuildStore::compareDiagnostics({movedNow, twin1, twin2}, QList<BuildDiagnostic>{gone1, moved, gone2});
+        compareDiagnostics({movedNow, twin1, twin2}, QList<BuildDiagnostic>{gone1, moved, gone2});
     EXPECT_TRUE(comparison.hasBaseline);
     EXPECT_EQ(comparison.newDiagnosticIDs, (QSet<QUuid>{movedNow.id, twin1.id, twin2.id}));
     EXPECT_EQ(comparison.fixedDiagnostics, (QList<BuildDiagnostic>{gone1, moved, gone2}));
 
-    const BuildComparison unchanged = BuildStore::compareDiagnostics({sameButRetimed}, QList<BuildDiagnostic>{gone2});
+    const BuildComparison unchanged = compareDiagnostics({sameButRetimed}, QList<BuildDiagnostic>{gone2});
     EXPECT_TRUE(unchanged.newDiagnosticIDs.isEmpty()) << "id, raw text and time are not part of the identity";
     EXPECT_TRUE(unchanged.fixedDiagnostics.isEmpty());
 
-    const BuildComparison fromEmpty = BuildStore::compareDiagnostics({}, QList<BuildDiagnostic>{});
+    const BuildComparison fromEmpty = compareDiagnostics({}, QList<BuildDiagnostic>{});
     EXPECT_TRUE(fromEmpty.hasBaseline) << "an empty previous build is still a baseline";
 }
 

@@ -1,0 +1,94 @@
+#include "BuildComparison.h"
+
+#include "DiagnosticSignature.h"
+
+#include <vector>
+
+namespace corvane {
+
+namespace {
+
+// The meaningful diagnostics of one list in a flat table keyed by signature:
+// each signature is hashed once, the noise test runs once per diagnostic, and
+// a table is two allocations however long the list. Huge logs give lists of a
+// hundred thousand; a node per entry would cost more than the comparison.
+class SignatureTable {
+public:
+    struct Entry {
+        size_t hash;
+        DiagnosticSignature signature;
+        const BuildDiagnostic* diagnostic;
+    };
+
+    explicit SignatureTable(const QList<BuildDiagnostic>& list)
+    {
+        m_entries.reserve(size_t(list.size()));
+        for (const BuildDiagnostic& diagnostic : list) {
+            if (diagnostic.isBuildNoise())
+                continue;
+            DiagnosticSignature signature = diagnostic.signature();
+            const size_t hash = qHash(signature);
+            m_entries.push_back({hash, std::move(signature), &diagnostic});
+        }
+        size_t capacity = 16;
+        while (capacity < 2 * m_entries.size())
+            capacity *= 2;
+        m_mask = capacity - 1;
+        m_slots.assign(capacity, 0);
+        // One slot per distinct signature, so that repeated diagnostics cannot
+        // make long runs of probes.
+        for (size_t i = 0; i < m_entries.size(); ++i) {
+            size_t slot = m_entries[i].hash & m_mask;
+            bool known = false;
+            for (; m_slots[slot] != 0 && !known; slot = (slot + 1) & m_mask)
+                known = matches(m_entries[m_slots[slot] - 1], m_entries[i]);
+            if (!known)
+                m_slots[slot] = quint32(i + 1);
+        }
+    }
+
+    // In list order.
+    const std::vector<Entry>& entries() const { return m_entries; }
+
+    bool contains(const Entry& entry) const
+    {
+        for (size_t slot = entry.hash & m_mask; m_slots[slot] != 0; slot = (slot + 1) & m_mask) {
+            if (matches(m_entries[m_slots[slot] - 1], entry))
+                return true;
+        }
+        return false;
+    }
+
+private:
+    static bool matches(const Entry& a, const Entry& b) { return a.hash == b.hash && a.signature == b.signature; }
+
+    std::vector<Entry> m_entries;
+    std::vector<quint32> m_slots; // entry index + 1; 0 is free
+    size_t m_mask = 0;
+};
+
+} // namespace
+
+BuildComparison compareDiagnostics(const QList<BuildDiagnostic>& current,
+                                   const std::optional<QList<BuildDiagnostic>>& previous)
+{
+    if (!previous)
+        return BuildComparison::empty();
+
+    const SignatureTable previousSignatures(*previous);
+    const SignatureTable currentSignatures(current);
+
+    BuildComparison comparison;
+    comparison.hasBaseline = true;
+    for (const SignatureTable::Entry& entry : currentSignatures.entries()) {
+        if (!previousSignatures.contains(entry))
+            comparison.newDiagnosticIDs.insert(entry.diagnostic->id);
+    }
+    for (const SignatureTable::Entry& entry : previousSignatures.entries()) {
+        if (!currentSignatures.contains(entry))
+            comparison.fixedDiagnostics.append(*entry.diagnostic);
+    }
+    return comparison;
+}
+
+} // namespace corvane
