@@ -1,6 +1,7 @@
 #include "BuildHistoryPersistence.h"
 
-#include "BinaryPropertyList.h"
+#include "BinaryPropertyListReader.h"
+#include "BinaryPropertyListWriter.h"
 #include "PropertyListRecords.h"
 #include "StorageDirectory.h"
 #include "StorageFile.h"
@@ -45,18 +46,18 @@ PropertyListValue archiveValue(const BuildHistoryArchive& archive)
 
 QByteArray BuildHistoryPersistence::encodeArchive(const BuildHistoryArchive& archive)
 {
-    return BinaryPropertyList::encode(archiveValue(archive));
+    return BinaryPropertyListWriter::encode(archiveValue(archive));
 }
 
 Result<BuildHistoryArchive> BuildHistoryPersistence::decodeArchive(QByteArrayView bytes)
 {
-    Result<PropertyListValue> decoded = BinaryPropertyList::decode(bytes);
+    Result<PropertyListValue> decoded = BinaryPropertyListReader::decode(bytes);
     if (!decoded)
         return decoded.error();
 
     PropertyListRecords records;
     const auto failure = [&records] {
-        return Error{BinaryPropertyList::errorDomain, 0, records.failure()};
+        return Error{BinaryPropertyListReader::errorDomain, 0, records.failure()};
     };
     const PropertyListValue& root = decoded.value();
     const PropertyListValue::Dictionary* entries = records.dictionary(root, u"history archive");
@@ -77,7 +78,7 @@ Result<BuildHistoryArchive> BuildHistoryPersistence::decodeArchive(QByteArrayVie
         } else if (key == u"sessions") {
             const PropertyListValue::Array* list = item.array();
             if (!list)
-                return Error{BinaryPropertyList::errorDomain, 0,
+                return Error{BinaryPropertyListReader::errorDomain, 0,
                              QStringLiteral("\"sessions\" is not an array.")};
             archive.sessions.resize(qsizetype(list->size()));
             for (size_t i = 0; i < list->size() && ok; ++i)
@@ -133,7 +134,7 @@ Result<void> BuildHistoryPersistence::save(const QList<BuildSession>& sessions) 
         archiveValue({1, AbsoluteTime::now(), firstSessions(sessions)});
     // Streamed into the file rather than built whole in memory first.
     const Result<void> written = StorageFile::writeAtomically(
-        path, [&archive](QIODevice& file) { return BinaryPropertyList::write(archive, file); });
+        path, [&archive](QIODevice& file) { return BinaryPropertyListWriter::write(archive, file); });
     if (!written)
         return written;
 

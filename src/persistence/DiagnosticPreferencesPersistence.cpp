@@ -1,6 +1,7 @@
 #include "DiagnosticPreferencesPersistence.h"
 
-#include "BinaryPropertyList.h"
+#include "BinaryPropertyListReader.h"
+#include "BinaryPropertyListWriter.h"
 #include "PropertyListRecords.h"
 #include "StorageDirectory.h"
 #include "StorageFile.h"
@@ -45,18 +46,18 @@ QByteArray DiagnosticPreferencesPersistence::encodeArchive(const DiagnosticPrefe
     root.emplace_back(QStringLiteral("version"), PropertyListValue(archive.version));
     root.emplace_back(QStringLiteral("pinned"), encodeKeys(archive.pinned));
     root.emplace_back(QStringLiteral("ignored"), encodeKeys(archive.ignored));
-    return BinaryPropertyList::encode(PropertyListValue(std::move(root)));
+    return BinaryPropertyListWriter::encode(PropertyListValue(std::move(root)));
 }
 
 Result<DiagnosticPreferencesArchive> DiagnosticPreferencesPersistence::decodeArchive(QByteArrayView bytes)
 {
-    Result<PropertyListValue> decoded = BinaryPropertyList::decode(bytes);
+    Result<PropertyListValue> decoded = BinaryPropertyListReader::decode(bytes);
     if (!decoded)
         return decoded.error();
 
     PropertyListRecords records;
     const auto failure = [&records](QString reason = {}) {
-        return Error{BinaryPropertyList::errorDomain, 0,
+        return Error{BinaryPropertyListReader::errorDomain, 0,
                      reason.isEmpty() ? records.failure() : reason};
     };
     const PropertyListValue::Dictionary* entries =

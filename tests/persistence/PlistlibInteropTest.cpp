@@ -1,6 +1,6 @@
 // Files must stay readable by other property-list implementations, and files
 // they write must be readable here. Python's plistlib stands in for them.
-#include "BinaryPropertyList.h"
+#include "BinaryPropertyListWriter.h"
 #include "BuildHistoryPersistence.h"
 #include "DiagnosticPreferencesPersistence.h"
 #include "PersistenceTestSupport.h"
@@ -144,7 +144,7 @@ TEST_F(PlistlibInteropTest, PlistlibReadsFilesThatNeedWideReferences)
         items.emplace_back(QStringLiteral("item %1").arg(i));
     items.emplace_back(qint64(-1) << 40);
     const QString path = env.root() + u"/wide.plist"_s;
-    test::writeFile(path, BinaryPropertyList::encode(PropertyListValue(std::move(items))));
+    test::writeFile(path, BinaryPropertyListWriter::encode(PropertyListValue(std::move(items))));
     const test::PythonResult python = test::runPython(
         uR"(
 import plistlib, sys
