@@ -56,43 +56,12 @@ Result<BuildHistoryArchive> BuildHistoryPersistence::decodeArchive(QByteArrayVie
         return decoded.error();
 
     PropertyListRecords records;
-    const auto failure = [&records] {
-        return Error{BinaryPropertyListReader::errorDomain, 0, records.failure()};
-    };
-    const PropertyListValue& root = decoded.value();
-    const PropertyListValue::Dictionary* entries = records.dictionary(root, u"history archive");
-    if (!entries)
-        return failure();
-
     BuildHistoryArchive archive;
-    enum : unsigned { version = 1, savedAt = 2, sessions = 4, all = 7 };
-    unsigned seen = 0;
-    for (const auto& [key, item] : *entries) {
-        bool ok = true;
-        if (key == u"version") {
-            ok = records.readInteger(item, key, archive.version);
-            seen |= version;
-        } else if (key == u"savedAt") {
-            ok = records.readTime(item, key, archive.savedAt);
-            seen |= savedAt;
-        } else if (key == u"sessions") {
-            const PropertyListValue::Array* list = item.array();
-            if (!list)
-                return Error{BinaryPropertyListReader::errorDomain, 0,
-                             QStringLiteral("\"sessions\" is not an array.")};
-            archive.sessions.resize(qsizetype(list->size()));
-            for (size_t i = 0; i < list->size() && ok; ++i)
-                ok = records.decode((*list)[i], archive.sessions[qsizetype(i)]);
-            seen |= sessions;
-        }
-        if (!ok)
-            return failure();
-    }
-    if (seen != all) {
-        records.missing(!(seen & version) ? u"version" : !(seen & savedAt) ? u"savedAt" : u"sessions",
-                        u"history archive");
-        return failure();
-    }
+    if (!records.readRecord(decoded.value(), u"history archive",
+                            {{u"version", records.required, records.integer(archive.version)},
+                             {u"savedAt", records.required, records.time(archive.savedAt)},
+                             {u"sessions", records.required, records.list(archive.sessions)}}))
+        return Error{BinaryPropertyListReader::errorDomain, 0, records.failure()};
     return archive;
 }
 

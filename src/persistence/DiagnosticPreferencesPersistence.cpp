@@ -21,23 +21,6 @@ PropertyListValue encodeKeys(const QSet<DiagnosticPreferenceKey>& keys)
     return PropertyListValue(std::move(array));
 }
 
-bool decodeKeys(PropertyListRecords& records, const PropertyListValue& value,
-                QSet<DiagnosticPreferenceKey>& out)
-{
-    const PropertyListValue::Array* array = value.array();
-    if (!array)
-        return false;
-    out.clear();
-    out.reserve(qsizetype(array->size()));
-    for (const PropertyListValue& element : *array) {
-        DiagnosticPreferenceKey preference;
-        if (!records.decode(element, preference))
-            return false;
-        out.insert(preference);
-    }
-    return true;
-}
-
 } // namespace
 
 QByteArray DiagnosticPreferencesPersistence::encodeArchive(const DiagnosticPreferencesArchive& archive)
@@ -56,37 +39,13 @@ Result<DiagnosticPreferencesArchive> DiagnosticPreferencesPersistence::decodeArc
         return decoded.error();
 
     PropertyListRecords records;
-    const auto failure = [&records](QString reason = {}) {
-        return Error{BinaryPropertyListReader::errorDomain, 0,
-                     reason.isEmpty() ? records.failure() : reason};
-    };
-    const PropertyListValue::Dictionary* entries =
-        records.dictionary(decoded.value(), u"preferences archive");
-    if (!entries)
-        return failure();
-
     DiagnosticPreferencesArchive archive;
-    enum : unsigned { version = 1, pinned = 2, ignored = 4, all = 7 };
-    unsigned seen = 0;
-    for (const auto& [key, item] : *entries) {
-        if (key == u"version") {
-            // Any number will do; only its type is checked.
-            if (!records.readInteger(item, key, archive.version))
-                return failure();
-            seen |= version;
-        } else if (key == u"pinned" || key == u"ignored") {
-            const bool isPinned = key == u"pinned";
-            if (!decodeKeys(records, item, isPinned ? archive.pinned : archive.ignored))
-                return failure(item.array() ? QString()
-                                            : QStringLiteral("\"%1\" is not an array.").arg(key));
-            seen |= isPinned ? pinned : ignored;
-        }
-    }
-    if (seen != all) {
-        records.missing(!(seen & version) ? u"version" : !(seen & pinned) ? u"pinned" : u"ignored",
-                        u"preferences archive");
-        return failure();
-    }
+    // Any version will do; only its type is checked.
+    if (!records.readRecord(decoded.value(), u"preferences archive",
+                            {{u"version", records.required, records.integer(archive.version)},
+                             {u"pinned", records.required, records.set(archive.pinned)},
+                             {u"ignored", records.required, records.set(archive.ignored)}}))
+        return Error{BinaryPropertyListReader::errorDomain, 0, records.failure()};
     return archive;
 }
 
