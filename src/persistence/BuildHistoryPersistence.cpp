@@ -1,6 +1,5 @@
 #include "BuildHistoryPersistence.h"
 
-#include "BinaryPropertyListReader.h"
 #include "BinaryPropertyListWriter.h"
 #include "PropertyListRecords.h"
 #include "StorageDirectory.h"
@@ -51,17 +50,16 @@ QByteArray BuildHistoryPersistence::encodeArchive(const BuildHistoryArchive& arc
 
 Result<BuildHistoryArchive> BuildHistoryPersistence::decodeArchive(QByteArrayView bytes)
 {
-    Result<PropertyListValue> decoded = BinaryPropertyListReader::decode(bytes);
-    if (!decoded)
-        return decoded.error();
-
-    PropertyListRecords records;
     BuildHistoryArchive archive;
-    if (!records.readRecord(decoded.value(), u"history archive",
-                            {{u"version", records.required, records.integer(archive.version)},
-                             {u"savedAt", records.required, records.time(archive.savedAt)},
-                             {u"sessions", records.required, records.list(archive.sessions)}}))
-        return Error{BinaryPropertyListReader::errorDomain, 0, records.failure()};
+    const Result<void> read =
+        PropertyListRecords::readFile(bytes, [&archive](PropertyListRecords& records, const PropertyListValue& root) {
+            return records.readRecord(root, u"history archive",
+                                      {{u"version", records.required, records.integer(archive.version)},
+                                       {u"savedAt", records.required, records.time(archive.savedAt)},
+                                       {u"sessions", records.required, records.list(archive.sessions)}});
+        });
+    if (!read)
+        return read.error();
     return archive;
 }
 
@@ -99,8 +97,7 @@ Result<void> BuildHistoryPersistence::save(const QList<BuildSession>& sessions) 
         return folder.error();
     const QString path = folder.value() + u'/' + fileName;
 
-    const PropertyListValue archive =
-        archiveValue({1, AbsoluteTime::now(), firstSessions(sessions)});
+    const PropertyListValue archive = archiveValue({1, AbsoluteTime::now(), firstSessions(sessions)});
     // Streamed into the file rather than built whole in memory first.
     const Result<void> written = StorageFile::writeAtomically(
         path, [&archive](QIODevice& file) { return BinaryPropertyListWriter::write(archive, file); });

@@ -1,6 +1,5 @@
 #include "DiagnosticPreferencesPersistence.h"
 
-#include "BinaryPropertyListReader.h"
 #include "BinaryPropertyListWriter.h"
 #include "PropertyListRecords.h"
 #include "StorageDirectory.h"
@@ -34,18 +33,17 @@ QByteArray DiagnosticPreferencesPersistence::encodeArchive(const DiagnosticPrefe
 
 Result<DiagnosticPreferencesArchive> DiagnosticPreferencesPersistence::decodeArchive(QByteArrayView bytes)
 {
-    Result<PropertyListValue> decoded = BinaryPropertyListReader::decode(bytes);
-    if (!decoded)
-        return decoded.error();
-
-    PropertyListRecords records;
     DiagnosticPreferencesArchive archive;
     // Any version will do; only its type is checked.
-    if (!records.readRecord(decoded.value(), u"preferences archive",
-                            {{u"version", records.required, records.integer(archive.version)},
-                             {u"pinned", records.required, records.set(archive.pinned)},
-                             {u"ignored", records.required, records.set(archive.ignored)}}))
-        return Error{BinaryPropertyListReader::errorDomain, 0, records.failure()};
+    const Result<void> read =
+        PropertyListRecords::readFile(bytes, [&archive](PropertyListRecords& records, const PropertyListValue& root) {
+            return records.readRecord(root, u"preferences archive",
+                                      {{u"version", records.required, records.integer(archive.version)},
+                                       {u"pinned", records.required, records.list(archive.pinned)},
+                                       {u"ignored", records.required, records.list(archive.ignored)}});
+        });
+    if (!read)
+        return read.error();
     return archive;
 }
 

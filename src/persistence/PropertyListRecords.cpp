@@ -1,9 +1,13 @@
 #include "PropertyListRecords.h"
 
+#include "BinaryPropertyListReader.h"
+
 #include <algorithm>
 #include <array>
 
 namespace corvane {
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -187,6 +191,18 @@ bool PropertyListRecords::fail(QString reason)
     return false;
 }
 
+Result<void> PropertyListRecords::readFile(
+    QByteArrayView bytes, const std::function<bool(PropertyListRecords&, const PropertyListValue&)>& read)
+{
+    const Result<PropertyListValue> decoded = BinaryPropertyListReader::decode(bytes);
+    if (!decoded)
+        return decoded.error();
+    PropertyListRecords records;
+    if (!read(records, decoded.value()))
+        return Error{BinaryPropertyListReader::errorDomain, 0, records.failure()};
+    return {};
+}
+
 bool PropertyListRecords::readRecord(const PropertyListValue& value, QStringView record,
                                      std::initializer_list<Field> fields)
 {
@@ -217,58 +233,59 @@ const PropertyListValue::Array* PropertyListRecords::array(const PropertyListVal
     return elements;
 }
 
+template <typename T>
+bool PropertyListRecords::take(const T* value, QStringView key, QLatin1StringView kind, T& out)
+{
+    if (!value)
+        return fail(QStringLiteral("\"%1\" is not %2.").arg(key, kind));
+    out = *value;
+    return true;
+}
+
 PropertyListRecords::Read PropertyListRecords::integer(qint64& out)
 {
     return [this, &out](const PropertyListValue& item, QStringView key) {
-        const qint64* integer = item.integer();
-        if (!integer)
-            return fail(QStringLiteral("\"%1\" is not an integer.").arg(key));
-        out = *integer;
-        return true;
+        return take(item.integer(), key, "an integer"_L1, out);
     };
 }
 
 PropertyListRecords::Read PropertyListRecords::integer(std::optional<qint64>& out)
 {
     out.reset();
-    return [this, &out](const PropertyListValue& item, QStringView key) { return integer(out.emplace())(item, key); };
+    return [this, &out](const PropertyListValue& item, QStringView key) {
+        return take(item.integer(), key, "an integer"_L1, out.emplace());
+    };
 }
 
 PropertyListRecords::Read PropertyListRecords::boolean(bool& out)
 {
     return [this, &out](const PropertyListValue& item, QStringView key) {
-        const bool* boolean = item.boolean();
-        if (!boolean)
-            return fail(QStringLiteral("\"%1\" is not a boolean.").arg(key));
-        out = *boolean;
-        return true;
+        return take(item.boolean(), key, "a boolean"_L1, out);
     };
 }
 
 PropertyListRecords::Read PropertyListRecords::text(QString& out)
 {
     return [this, &out](const PropertyListValue& item, QStringView key) {
-        const QString* string = item.string();
-        if (!string)
-            return fail(QStringLiteral("\"%1\" is not a string.").arg(key));
-        out = *string;
-        return true;
+        return take(item.string(), key, "a string"_L1, out);
     };
 }
 
 PropertyListRecords::Read PropertyListRecords::text(std::optional<QString>& out)
 {
     out.reset();
-    return [this, &out](const PropertyListValue& item, QStringView key) { return text(out.emplace())(item, key); };
+    return [this, &out](const PropertyListValue& item, QStringView key) {
+        return take(item.string(), key, "a string"_L1, out.emplace());
+    };
 }
 
 PropertyListRecords::Read PropertyListRecords::time(AbsoluteTime& out)
 {
     return [this, &out](const PropertyListValue& item, QStringView key) {
-        const PropertyListValue::Date* date = item.date();
-        if (!date)
-            return fail(QStringLiteral("\"%1\" is not a date.").arg(key));
-        out.secondsSinceReferenceDate = date->secondsSinceReferenceDate;
+        PropertyListValue::Date date;
+        if (!take(item.date(), key, "a date"_L1, date))
+            return false;
+        out.secondsSinceReferenceDate = date.secondsSinceReferenceDate;
         return true;
     };
 }
@@ -317,7 +334,7 @@ bool PropertyListRecords::decode(const PropertyListValue& value, BuildComparison
 {
     return readRecord(value, u"comparison",
                       {{u"hasBaseline", required, boolean(out.hasBaseline)},
-                       {u"newDiagnosticIDs", required, set(out.newDiagnosticIDs)},
+                       {u"newDiagnosticIDs", required, list(out.newDiagnosticIDs)},
                        {u"fixedDiagnostics", required, list(out.fixedDiagnostics)}});
 }
 

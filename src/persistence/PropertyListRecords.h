@@ -6,8 +6,10 @@
 #include "BuildSession.h"
 #include "DiagnosticPreferenceKey.h"
 #include "DiagnosticSignature.h"
+#include "Error.h"
 #include "PropertyListValue.h"
 
+#include <QByteArrayView>
 #include <QList>
 #include <QSet>
 #include <QString>
@@ -53,6 +55,10 @@ public:
     static constexpr bool required = true;
     static constexpr bool optional = false;
 
+    // Decodes a whole file and reads its root through read; a failure is an
+    // error of the property-list reader's domain.
+    static Result<void> readFile(QByteArrayView bytes,
+                                 const std::function<bool(PropertyListRecords&, const PropertyListValue&)>& read);
     // Reads a record's dictionary entry by entry through the field of the
     // entry's key, skipping keys it does not list, then fails naming the
     // first required field (in the order listed) that never turned up.
@@ -72,25 +78,9 @@ public:
     {
         return [this, &out](const PropertyListValue& item, QStringView) { return decode(item, out); };
     }
-    // An array of records (or of UUIDs); a set keeps one of equal elements.
-    template <typename T>
-    Read list(QList<T>& out)
-    {
-        return [this, &out](const PropertyListValue& item, QStringView key) {
-            const PropertyListValue::Array* elements = array(item, key);
-            if (!elements)
-                return false;
-            out.clear();
-            out.resize(qsizetype(elements->size()));
-            for (size_t i = 0; i < elements->size(); ++i) {
-                if (!readElement((*elements)[i], key, out[qsizetype(i)]))
-                    return false;
-            }
-            return true;
-        };
-    }
-    template <typename T>
-    Read set(QSet<T>& out)
+    // An array of records or UUIDs; in a set, equal elements become one.
+    template <typename Container>
+    Read list(Container& out)
     {
         return [this, &out](const PropertyListValue& item, QStringView key) {
             const PropertyListValue::Array* elements = array(item, key);
@@ -99,10 +89,10 @@ public:
             out.clear();
             out.reserve(qsizetype(elements->size()));
             for (const PropertyListValue& element : *elements) {
-                T value;
+                typename Container::value_type value;
                 if (!readElement(element, key, value))
                     return false;
-                out.insert(std::move(value));
+                out.insert(out.cend(), std::move(value));
             }
             return true;
         };
@@ -114,6 +104,9 @@ public:
 private:
     bool fail(QString reason);
     const PropertyListValue::Array* array(const PropertyListValue& value, QStringView key);
+    // The value when it has the type asked for, else a failure naming the key.
+    template <typename T>
+    bool take(const T* value, QStringView key, QLatin1StringView kind, T& out);
     bool readElement(const PropertyListValue& value, QStringView key, QUuid& out);
     template <typename T>
     bool readElement(const PropertyListValue& value, QStringView, T& out)
