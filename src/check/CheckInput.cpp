@@ -7,6 +7,7 @@
 
 #include <QFile>
 #include <QFileInfo>
+#include <QStandardPaths>
 #include <QTemporaryFile>
 
 namespace corvane::CheckInput {
@@ -139,28 +140,23 @@ Result<QList<BuildDiagnostic>> readBaselineFile(const QString& path)
 
 Result<QList<BuildDiagnostic>> readHistoryBaseline(const QString& project, const std::optional<QString>& historyFile)
 {
-    QList<BuildSession> sessions;
-    const QString name = historyFile.value_or(QStringLiteral("build history"));
-    if (historyFile) {
-        const Result<QByteArray> bytes = readWhole(*historyFile);
-        if (!bytes)
-            return bytes.error();
-        Result<BuildHistoryArchive> archive = BuildHistoryPersistence::decodeArchive(bytes.value());
-        if (!archive)
-            return oneLine(name, archive.error());
-        sessions = std::move(archive.value().sessions);
-    } else {
-        Result<QList<BuildSession>> loaded = BuildHistoryPersistence().load();
-        if (!loaded)
-            return oneLine(name, loaded.error());
-        sessions = std::move(loaded.value());
-    }
+    // The window's own file is only read here: a check must never move it
+    // aside or create the data folder, as the window's loading would.
+    const QString path = historyFile.value_or(QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation)
+                                              + QStringLiteral("/Corvane/") + BuildHistoryPersistence::fileName);
+    const Result<QByteArray> bytes = readWhole(path);
+    if (!bytes)
+        return bytes.error();
+    Result<BuildHistoryArchive> archive = BuildHistoryPersistence::decodeArchive(bytes.value());
+    if (!archive)
+        return oneLine(path, archive.error());
+    const QList<BuildSession>& sessions = archive.value().sessions;
     // Newest first, as the window keeps them.
     for (const BuildSession& session : sessions) {
         if (session.projectName == project)
             return session.diagnostics;
     }
-    return oneLine(name, Error{errorDomain, 3, QStringLiteral("no build of project \"") + project + u'"'});
+    return oneLine(path, Error{errorDomain, 3, QStringLiteral("no build of project \"") + project + u'"'});
 }
 
 } // namespace corvane::CheckInput
