@@ -4,6 +4,7 @@
 #include "ParserPatterns.h"
 #include "ParserSearch.h"
 
+#include <QRandomGenerator>
 #include <QSet>
 
 #include <unicode/regex.h>
@@ -55,47 +56,122 @@ QString slice(std::string_view text, ByteRange range)
     return QString::fromUtf8(text.data() + range.begin, qsizetype(range.end - range.begin));
 }
 
+std::string_view bytesOf(std::string_view text, ByteRange range)
+{
+    return text.substr(size_t(range.begin), size_t(range.end - range.begin));
+}
+
+// readNumber() of the captured bytes without making a string of them: it
+// takes ASCII digits only, and no byte of a non-ASCII character is one.
+std::optional<qint64> numberFrom(std::string_view captured)
+{
+    if (captured.size() > 64)
+        return DiagnosticParser::readNumber(QString::fromUtf8(captured.data(), qsizetype(captured.size())));
+    char16_t wide[64];
+    for (size_t i = 0; i < captured.size(); ++i)
+        wide[i] = static_cast<unsigned char>(captured[i]);
+    return DiagnosticParser::readNumber(QStringView(wide, qsizetype(captured.size())));
+}
+
+// The severity word in lower case. The fast searches only ever capture ASCII
+// words; anything else takes the general lower-casing.
+QString severityWord(std::string_view captured)
+{
+    for (const std::string_view word :
+         {std::string_view("error"), std::string_view("warning"), std::string_view("note")}) {
+        if (captured.size() == word.size()
+            && std::equal(captured.begin(), captured.end(), word.begin(),
+                          [](char c, char lower) { return (static_cast<unsigned char>(c) | 0x20) == lower; }))
+            return QString::fromLatin1(word.data(), qsizetype(word.size()));
+    }
+    return QString::fromUtf8(captured.data(), qsizetype(captured.size())).toLower();
+}
+
+// cleanMessage() of the captured bytes. Most messages are already clean:
+// no tab, no two spaces in a row, and printable ASCII at both ends, which
+// trimming leaves alone.
+QString cleanedMessage(std::string_view captured)
+{
+    const auto printableAscii = [](char c) { return c > ' ' && c < 0x7F; };
+    const bool clean = !captured.empty() && printableAscii(captured.front()) && printableAscii(captured.back())
+        && captured.find('\t') == std::string_view::npos && captured.find("  ") == std::string_view::npos;
+    const QString text = QString::fromUtf8(captured.data(), qsizetype(captured.size()));
+    return clean ? text : DiagnosticParser::cleanMessage(text);
+}
+
+// Random (version 4) ids as QUuid::createUuid() makes them. That reads the
+// system's random source for every id, which on some processors costs
+// microseconds per call, more than building the rest of a record; one seed
+// of 256 bits from it per parse keeps the ids as unlikely to repeat.
+class IdSource {
+public:
+    IdSource()
+    {
+        quint32 seed[8];
+        QRandomGenerator::system()->fillRange(seed);
+        m_random = QRandomGenerator(seed);
+    }
+
+    QUuid next()
+    {
+        quint32 words[4];
+        m_random.fillRange(words);
+        const auto low = [](quint32 word) { return ushort(word & 0xFFFF); };
+        const auto byte = [](quint32 word, int index) { return uchar(word >> (8 * index)); };
+        return QUuid(words[0], low(words[1]), ushort((words[1] >> 16 & 0x0FFF) | 0x4000),
+                     uchar((byte(words[2], 0) & 0x3F) | 0x80), byte(words[2], 1), byte(words[2], 2), byte(words[2], 3),
+                     byte(words[3], 0), byte(words[3], 1), byte(words[3], 2), byte(words[3], 3));
+    }
+
+private:
+    QRandomGenerator m_random;
+};
+
 } // namespace
 
 QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view text, const PassMatches& matches)
 {
     QList<BuildDiagnostic> result;
+    result.reserve(qsizetype(matches.located.size() + matches.simple.size()));
     QSet<DiagnosticSignature> signatures;
+    signatures.reserve(qsizetype(matches.located.size() + matches.simple.size()));
     QSet<std::pair<int, QString>> severityMessages;
+    severityMessages.reserve(qsizetype(matches.located.size()));
     const AbsoluteTime now = AbsoluteTime::now();
+    IdSource ids;
 
     auto append = [&](BuildDiagnostic diagnostic) {
-        const DiagnosticSignature signature = diagnostic.signature();
-        if (signatures.contains(signature))
+        const qsizetype known = signatures.size();
+        signatures.insert(diagnostic.signature());
+        if (signatures.size() == known)
             return;
-        signatures.insert(signature);
         severityMessages.insert({int(diagnostic.severity), diagnostic.message});
         result.append(std::move(diagnostic));
     };
-    auto severityOf = [](const QString& word) {
-        return severityFromRawValue(word).value_or(DiagnosticSeverity::note);
-    };
+    auto severityOf = [](const QString& word) { return severityFromRawValue(word).value_or(DiagnosticSeverity::note); };
 
     for (const LocatedMatch& m : matches.located) {
         if (!m.path.valid() || !m.line.valid() || !m.severity.valid() || !m.message.valid())
             continue;
         BuildDiagnostic d;
-        d.filePath = slice(text, m.path);
-        d.line = DiagnosticParser::readNumber(slice(text, m.line));
-        const QString word = slice(text, m.severity).toLower();
-        d.message = DiagnosticParser::cleanMessage(slice(text, m.message));
-        if (m.column.valid() && !m.column.empty())
-            d.column = DiagnosticParser::readNumber(slice(text, m.column));
+        d.message = cleanedMessage(bytesOf(text, m.message));
         if (d.message.isEmpty())
             continue;
+        d.filePath = slice(text, m.path);
+        d.line = numberFrom(bytesOf(text, m.line));
+        const QString word = severityWord(bytesOf(text, m.severity));
+        if (m.column.valid() && !m.column.empty())
+            d.column = numberFrom(bytesOf(text, m.column));
         d.severity = severityOf(word);
-        QString raw = *d.filePath;
+        QString& raw = d.rawText;
+        raw.reserve(d.filePath->size() + word.size() + d.message.size() + 48);
+        raw += *d.filePath;
         if (d.line)
             raw += u':' + QString::number(*d.line);
         if (d.column)
             raw += u':' + QString::number(*d.column);
-        d.rawText = raw + u": " + word + u": " + d.message;
-        d.id = QUuid::createUuid();
+        raw += u": " + word + u": " + d.message;
+        d.id = ids.next();
         d.timestamp = now;
         append(std::move(d));
     }
@@ -103,9 +179,9 @@ QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view
     for (const SimpleMatch& m : matches.simple) {
         if (!m.severity.valid() || !m.message.valid())
             continue;
-        const QString word = slice(text, m.severity).toLower();
+        const QString word = severityWord(bytesOf(text, m.severity));
         BuildDiagnostic d;
-        d.message = DiagnosticParser::cleanMessage(slice(text, m.message));
+        d.message = cleanedMessage(bytesOf(text, m.message));
         if (d.message.isEmpty())
             continue;
         d.severity = severityOf(word);
@@ -115,7 +191,7 @@ QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view
         if (severityMessages.contains({int(d.severity), d.message}))
             continue;
         d.rawText = word + u": " + d.message;
-        d.id = QUuid::createUuid();
+        d.id = ids.next();
         d.timestamp = now;
         append(std::move(d));
     }

@@ -1,5 +1,6 @@
 #include "ParserCandidates.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 
@@ -9,22 +10,15 @@ namespace {
 
 // The alternatives of the located pattern's extension group.
 constexpr std::array<std::string_view, 13> sourceExtensions = {
-    "swift", "m", "mm", "h", "hpp", "c", "cc", "cpp", "metal", "storyboard", "xib",
-    "intentdefinition", "xcassets"};
+    "swift", "m", "mm", "h", "hpp", "c", "cc", "cpp", "metal", "storyboard", "xib", "intentdefinition", "xcassets"};
 
 // A non-ASCII spelling of an extension (ſ for s, ﬁ for fi, ß for ss, ...)
 // takes at most four bytes per letter of the longest extension.
 constexpr std::size_t longestExtensionBytes = 4 * std::string_view("intentdefinition").size();
 
-bool isAsciiLetter(unsigned char c)
-{
-    return unsigned((c | 0x20) - 'a') < 26;
-}
+bool isAsciiLetter(unsigned char c) { return unsigned((c | 0x20) - 'a') < 26; }
 
-bool isAsciiDigit(unsigned char c)
-{
-    return unsigned(c - '0') < 10;
-}
+bool isAsciiDigit(unsigned char c) { return unsigned(c - '0') < 10; }
 
 // Compares with a lower-case ASCII word, ignoring the case of `bytes`.
 bool equalsLowerAscii(const char* bytes, std::string_view lowerWord)
@@ -66,6 +60,74 @@ bool mayHaveLocationAfter(const unsigned char* bytes, std::size_t size, std::siz
         ++at;
     }
     return true;
+}
+
+bool isAsciiSpace(unsigned char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
+
+int64_t skipAsciiSpace(const unsigned char* bytes, int64_t size, int64_t at)
+{
+    while (at < size && isAsciiSpace(bytes[at]))
+        ++at;
+    return at;
+}
+
+// One or more ASCII digits from `from`; `end` is left after them.
+TailOutcome asciiDigits(const unsigned char* bytes, int64_t size, int64_t from, int64_t& end)
+{
+    end = from;
+    while (end < size && isAsciiDigit(bytes[end]))
+        ++end;
+    if (end < size && bytes[end] >= 0x80)
+        return TailOutcome::undecided;
+    return end > from ? TailOutcome::match : TailOutcome::noMatch;
+}
+
+// From just after a ":": white space, a severity word, ":", white space and
+// the message, which runs to the end of its line.
+TailOutcome severityAndMessage(const unsigned char* bytes, int64_t size, int64_t at, LocatedMatch& match)
+{
+    at = skipAsciiSpace(bytes, size, at);
+    if (at < size && bytes[at] >= 0x80)
+        return TailOutcome::undecided;
+    const int64_t wordStart = at;
+    bool found = false;
+    for (std::string_view word : {std::string_view("error"), std::string_view("warning"), std::string_view("note")}) {
+        const int64_t colon = wordStart + int64_t(word.size());
+        if (colon < size && equalsLowerAscii(reinterpret_cast<const char*>(bytes + wordStart), word)
+            && bytes[colon] == ':') {
+            match.severity = {wordStart, colon};
+            at = colon + 1;
+            found = true;
+            break;
+        }
+    }
+    if (!found) {
+        for (int64_t i = wordStart; i < std::min(size, wordStart + 8); ++i) {
+            if (bytes[i] >= 0x80)
+                return TailOutcome::undecided;
+        }
+        return TailOutcome::noMatch;
+    }
+    const int64_t spaceStart = at;
+    at = skipAsciiSpace(bytes, size, at);
+    if (at < size) {
+        if (bytes[at] >= 0x80)
+            return TailOutcome::undecided;
+        int64_t end = at;
+        while (end < size && bytes[end] != '\n' && bytes[end] != '\r')
+            ++end;
+        match.message = {at, end};
+        return TailOutcome::match;
+    }
+    // The white space ran to the end of the text: the message is its last
+    // character that is not a line break, which the white space gives back.
+    for (int64_t i = size - 1; i >= spaceStart; --i) {
+        if (bytes[i] != '\n' && bytes[i] != '\r') {
+            match.message = {i, i + 1};
+            return TailOutcome::match;
+        }
+    }
+    return TailOutcome::noMatch;
 }
 
 template <typename Visit>
@@ -159,7 +221,8 @@ std::vector<int64_t> findSeverityWordCandidates(std::string_view text)
 {
     std::vector<int64_t> words;
     forEachColon(text, [&](std::size_t colon) {
-        for (std::string_view word : {std::string_view("error"), std::string_view("warning"), std::string_view("note")}) {
+        for (std::string_view word :
+             {std::string_view("error"), std::string_view("warning"), std::string_view("note")}) {
             if (colon >= word.size() && equalsLowerAscii(text.data() + colon - word.size(), word)) {
                 words.push_back(int64_t(colon - word.size()));
                 return;
@@ -167,6 +230,43 @@ std::vector<int64_t> findSeverityWordCandidates(std::string_view text)
         }
     });
     return words;
+}
+
+TailOutcome matchLocatedTailAscii(std::string_view text, int64_t dot, LocatedMatch& match)
+{
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    const auto size = int64_t(text.size());
+    int64_t at = dot + 1;
+    while (at < size && isAsciiLetter(bytes[at]))
+        ++at;
+    if (at == size)
+        return TailOutcome::noMatch;
+    if (bytes[at] >= 0x80)
+        return TailOutcome::undecided;
+    // Every extension is letters and ":" follows it, so it is the whole run.
+    if (bytes[at] != ':' || !isSourceExtension(text.data() + dot + 1, std::size_t(at - dot - 1)))
+        return TailOutcome::noMatch;
+    match.path.end = at;
+    const int64_t lineStart = at + 1;
+    TailOutcome outcome = asciiDigits(bytes, size, lineStart, at);
+    if (outcome != TailOutcome::match)
+        return outcome;
+    match.line = {lineStart, at};
+    if (at == size || bytes[at] != ':')
+        return TailOutcome::noMatch;
+    // The optional column. When it is there and the rest fails, leaving it
+    // out cannot help: the severity word would have to begin with a digit.
+    int64_t columnEnd = at + 1;
+    outcome = asciiDigits(bytes, size, at + 1, columnEnd);
+    if (outcome == TailOutcome::undecided)
+        return outcome;
+    if (outcome == TailOutcome::match) {
+        if (columnEnd == size || bytes[columnEnd] != ':')
+            return TailOutcome::noMatch;
+        match.column = {at + 1, columnEnd};
+        at = columnEnd;
+    }
+    return severityAndMessage(bytes, size, at + 1, match);
 }
 
 } // namespace corvane
