@@ -1,6 +1,8 @@
 #include "BenchCommand.h"
 #include "DiagnosticParser.h"
 #include "ParserCandidates.h"
+#include "ParserPatterns.h"
+#include "ParserSearch.h"
 #include "TranscriptGenerator.h"
 
 #include <QProcess>
@@ -190,7 +192,7 @@ struct ParseTimes {
     std::size_t simple = 0;
 };
 
-const std::array<const char*, 4> stageNames = {"separator scan", "located search", "simple search",
+const std::array<const char*, 5> stageNames = {"separator scan", "colon scan", "located search", "simple search",
                                                "records and duplicates"};
 
 // parse() as a whole, then the same work stage by stage, so that the stages
@@ -209,12 +211,19 @@ ParseTimes timeParse(const DiagnosticParser& parser, const std::string& text)
     times.stages.push_back(secondsSince(start));
     const std::string copy = separators ? withPieceSeparatorsAsLineFeeds(text) : std::string();
     const std::string_view normalised = separators ? std::string_view(copy) : std::string_view(text);
+    start = Clock::now();
+    const Candidates candidates = findCandidates(normalised);
+    times.stages.push_back(secondsSince(start));
+    const DiagnosticParser::Patterns& patterns = parser.patterns();
     PassMatches matches;
     start = Clock::now();
-    matches.located = parser.locatedMatches(normalised);
+    if (patterns.location && patterns.locationTail)
+        matches.located =
+            findLocatedAtCandidates(*patterns.location, *patterns.locationTail, normalised, candidates.extensions);
     times.stages.push_back(secondsSince(start));
     start = Clock::now();
-    matches.simple = parser.simpleMatches(normalised);
+    if (patterns.simple)
+        matches.simple = findSimpleAtCandidates(*patterns.simple, normalised, candidates.severityWords);
     times.stages.push_back(secondsSince(start));
     start = Clock::now();
     const QList<BuildDiagnostic> records = DiagnosticParser::diagnosticsFromMatches(normalised, matches);

@@ -5,12 +5,12 @@
 #include "ParserSearch.h"
 
 #include <QRandomGenerator>
-#include <QSet>
 
 #include <unicode/regex.h>
 #include <unicode/utext.h>
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -73,16 +73,16 @@ std::optional<qint64> numberFrom(std::string_view captured)
     return DiagnosticParser::readNumber(QStringView(wide, qsizetype(captured.size())));
 }
 
-// The severity word in lower case. The fast searches only ever capture ASCII
-// words; anything else takes the general lower-casing.
+// The severity word in lower case, as a raw value when it is one.
 QString severityWord(std::string_view captured)
 {
-    for (const std::string_view word :
-         {std::string_view("error"), std::string_view("warning"), std::string_view("note")}) {
-        if (captured.size() == word.size()
-            && std::equal(captured.begin(), captured.end(), word.begin(),
-                          [](char c, char lower) { return (static_cast<unsigned char>(c) | 0x20) == lower; }))
-            return QString::fromLatin1(word.data(), qsizetype(word.size()));
+    for (const DiagnosticSeverity severity : allDiagnosticSeverities) {
+        const QString word = rawValue(severity);
+        if (qsizetype(captured.size()) == word.size()
+            && std::equal(captured.begin(), captured.end(), word.begin(), [](char c, QChar lower) {
+                   return (static_cast<unsigned char>(c) | 0x20) == lower.unicode();
+               }))
+            return word;
     }
     return QString::fromUtf8(captured.data(), qsizetype(captured.size())).toLower();
 }
@@ -98,6 +98,55 @@ QString cleanedMessage(std::string_view captured)
     const QString text = QString::fromUtf8(captured.data(), qsizetype(captured.size()));
     return clean ? text : DiagnosticParser::cleanMessage(text);
 }
+
+// The records kept so far, looked up by a hash of some of their fields. A
+// flat table of hashes and positions stays in the cache where a set of
+// copied keys would not; equal hashes are confirmed on the record itself.
+class RecordIndex {
+public:
+    explicit RecordIndex(std::size_t records) : m_slots(std::bit_ceil(2 * records + 16)) {}
+
+    // The position of a record for which `same` holds, or -1.
+    template <typename Same>
+    qsizetype find(std::size_t hash, Same&& same) const
+    {
+        return m_slots[probe(hash, same)].position;
+    }
+
+    // As find(), remembering `position` under `hash` when nothing is found.
+    template <typename Same>
+    qsizetype findOrAdd(std::size_t hash, qsizetype position, Same&& same)
+    {
+        Slot& slot = m_slots[probe(hash, same)];
+        if (slot.position >= 0)
+            return slot.position;
+        slot = {shortHash(hash), qint32(position)};
+        return -1;
+    }
+
+private:
+    struct Slot {
+        quint32 hash = 0;
+        qint32 position = -1;
+    };
+
+    static quint32 shortHash(std::size_t hash) { return quint32(hash ^ (hash >> 32)); }
+
+    // The slot of the record for which `same` holds, or the empty slot where
+    // it would go.
+    template <typename Same>
+    std::size_t probe(std::size_t hash, Same&& same) const
+    {
+        const std::size_t mask = m_slots.size() - 1;
+        for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
+            const Slot& slot = m_slots[i];
+            if (slot.position < 0 || (slot.hash == shortHash(hash) && same(slot.position)))
+                return i;
+        }
+    }
+
+    std::vector<Slot> m_slots;
+};
 
 // Random (version 4) ids as QUuid::createUuid() makes them. That reads the
 // system's random source for every id, which on some processors costs
@@ -132,24 +181,38 @@ private:
 QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view text, const PassMatches& matches)
 {
     QList<BuildDiagnostic> result;
-    result.reserve(qsizetype(matches.located.size() + matches.simple.size()));
-    QSet<DiagnosticSignature> signatures;
-    signatures.reserve(qsizetype(matches.located.size() + matches.simple.size()));
-    QSet<std::pair<int, QString>> severityMessages;
-    severityMessages.reserve(qsizetype(matches.located.size()));
+    const std::size_t most = matches.located.size() + matches.simple.size();
+    result.reserve(qsizetype(most));
+    RecordIndex signatures(most);
+    RecordIndex severityMessages(most);
     const AbsoluteTime now = AbsoluteTime::now();
     IdSource ids;
 
     auto append = [&](BuildDiagnostic diagnostic) {
-        const qsizetype known = signatures.size();
-        signatures.insert(diagnostic.signature());
-        if (signatures.size() == known)
+        const qsizetype position = result.size();
+        const bool known = signatures.findOrAdd(qHash(diagnostic.signature()), position, [&](qsizetype kept) {
+            return result[kept].signature() == diagnostic.signature();
+        }) >= 0;
+        if (known)
             return;
-        severityMessages.insert({int(diagnostic.severity), diagnostic.message});
+        severityMessages.findOrAdd(qHash(diagnostic.message, int(diagnostic.severity)), position, [&](qsizetype kept) {
+            return result[kept].severity == diagnostic.severity && result[kept].message == diagnostic.message;
+        });
         result.append(std::move(diagnostic));
     };
     auto severityOf = [](const QString& word) { return severityFromRawValue(word).value_or(DiagnosticSeverity::note); };
 
+    // Consecutive diagnostics are often about the same file; they share its
+    // path's string.
+    std::string_view lastPath;
+    QString lastPathString;
+    char16_t digits[24];
+    auto appendNumber = [&](QString& to, qint64 number) {
+        const std::string decimal = std::to_string(number);
+        std::copy(decimal.begin(), decimal.end(), digits);
+        to += u':';
+        to += QStringView(digits, qsizetype(decimal.size()));
+    };
     for (const LocatedMatch& m : matches.located) {
         if (!m.path.valid() || !m.line.valid() || !m.severity.valid() || !m.message.valid())
             continue;
@@ -157,20 +220,27 @@ QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view
         d.message = cleanedMessage(bytesOf(text, m.message));
         if (d.message.isEmpty())
             continue;
-        d.filePath = slice(text, m.path);
+        if (bytesOf(text, m.path) != lastPath) {
+            lastPath = bytesOf(text, m.path);
+            lastPathString = slice(text, m.path);
+        }
+        d.filePath = lastPathString;
         d.line = numberFrom(bytesOf(text, m.line));
         const QString word = severityWord(bytesOf(text, m.severity));
         if (m.column.valid() && !m.column.empty())
             d.column = numberFrom(bytesOf(text, m.column));
         d.severity = severityOf(word);
         QString& raw = d.rawText;
-        raw.reserve(d.filePath->size() + word.size() + d.message.size() + 48);
-        raw += *d.filePath;
+        raw.reserve(lastPathString.size() + word.size() + d.message.size() + 48);
+        raw += lastPathString;
         if (d.line)
-            raw += u':' + QString::number(*d.line);
+            appendNumber(raw, *d.line);
         if (d.column)
-            raw += u':' + QString::number(*d.column);
-        raw += u": " + word + u": " + d.message;
+            appendNumber(raw, *d.column);
+        raw += u": ";
+        raw += word;
+        raw += u": ";
+        raw += d.message;
         d.id = ids.next();
         d.timestamp = now;
         append(std::move(d));
@@ -188,7 +258,10 @@ QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view
         // A message the log also reports with its location is kept only in
         // its located form. The word is one of the three raw values, so
         // comparing severities compares the word with the raw value.
-        if (severityMessages.contains({int(d.severity), d.message}))
+        const bool located = severityMessages.find(qHash(d.message, int(d.severity)), [&](qsizetype kept) {
+            return result[kept].severity == d.severity && result[kept].message == d.message;
+        }) >= 0;
+        if (located)
             continue;
         d.rawText = word + u": " + d.message;
         d.id = ids.next();
@@ -223,9 +296,14 @@ QList<BuildDiagnostic> DiagnosticParser::parse(std::string_view utf8Text) const
         copy = withPieceSeparatorsAsLineFeeds(utf8Text);
         utf8Text = copy;
     }
+    // Both passes start from the colons, found in one pass over the text.
+    const Candidates candidates = findCandidates(utf8Text);
     PassMatches matches;
-    matches.located = locatedMatches(utf8Text);
-    matches.simple = simpleMatches(utf8Text);
+    if (m_patterns->location && m_patterns->locationTail)
+        matches.located =
+            findLocatedAtCandidates(*m_patterns->location, *m_patterns->locationTail, utf8Text, candidates.extensions);
+    if (m_patterns->simple)
+        matches.simple = findSimpleAtCandidates(*m_patterns->simple, utf8Text, candidates.severityWords);
     return diagnosticsFromMatches(utf8Text, matches);
 }
 

@@ -153,6 +153,43 @@ uint64_t load64(const char* bytes)
     return word;
 }
 
+// The "." before the extension that ends at `colon`, when there may be one.
+void addExtensionCandidate(std::string_view text, std::size_t colon, std::vector<int64_t>& dots)
+{
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    // The line number's first digit; \d also takes non-ASCII digits.
+    if (colon + 1 >= text.size())
+        return;
+    const unsigned char next = bytes[colon + 1];
+    if (!isAsciiDigit(next) && next < 0x80)
+        return;
+    std::size_t at = colon;
+    bool nonAscii = false;
+    while (at > 0 && colon - at < longestExtensionBytes) {
+        const unsigned char c = bytes[at - 1];
+        if (c >= 0x80)
+            nonAscii = true;
+        else if (!isAsciiLetter(c))
+            break;
+        --at;
+    }
+    if (at == 0 || at == colon || bytes[at - 1] != '.')
+        return;
+    if ((nonAscii || isSourceExtension(text.data() + at, colon - at))
+        && mayHaveLocationAfter(bytes, text.size(), colon + 1))
+        dots.push_back(int64_t(at - 1));
+}
+
+void addSeverityWordCandidate(std::string_view text, std::size_t colon, std::vector<int64_t>& words)
+{
+    for (std::string_view word : {std::string_view("error"), std::string_view("warning"), std::string_view("note")}) {
+        if (colon >= word.size() && equalsLowerAscii(text.data() + colon - word.size(), word)) {
+            words.push_back(int64_t(colon - word.size()));
+            return;
+        }
+    }
+}
+
 } // namespace
 
 bool hasPieceSeparators(std::string_view utf8)
@@ -190,46 +227,25 @@ std::string withPieceSeparatorsAsLineFeeds(std::string_view utf8)
 std::vector<int64_t> findExtensionCandidates(std::string_view text)
 {
     std::vector<int64_t> dots;
-    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
-    forEachColon(text, [&](std::size_t colon) {
-        // The line number's first digit; \d also takes non-ASCII digits.
-        if (colon + 1 >= text.size())
-            return;
-        const unsigned char next = bytes[colon + 1];
-        if (!isAsciiDigit(next) && next < 0x80)
-            return;
-        std::size_t at = colon;
-        bool nonAscii = false;
-        while (at > 0 && colon - at < longestExtensionBytes) {
-            const unsigned char c = bytes[at - 1];
-            if (c >= 0x80)
-                nonAscii = true;
-            else if (!isAsciiLetter(c))
-                break;
-            --at;
-        }
-        if (at == 0 || at == colon || bytes[at - 1] != '.')
-            return;
-        if ((nonAscii || isSourceExtension(text.data() + at, colon - at))
-            && mayHaveLocationAfter(bytes, text.size(), colon + 1))
-            dots.push_back(int64_t(at - 1));
-    });
+    forEachColon(text, [&](std::size_t colon) { addExtensionCandidate(text, colon, dots); });
     return dots;
 }
 
 std::vector<int64_t> findSeverityWordCandidates(std::string_view text)
 {
     std::vector<int64_t> words;
-    forEachColon(text, [&](std::size_t colon) {
-        for (std::string_view word :
-             {std::string_view("error"), std::string_view("warning"), std::string_view("note")}) {
-            if (colon >= word.size() && equalsLowerAscii(text.data() + colon - word.size(), word)) {
-                words.push_back(int64_t(colon - word.size()));
-                return;
-            }
-        }
-    });
+    forEachColon(text, [&](std::size_t colon) { addSeverityWordCandidate(text, colon, words); });
     return words;
+}
+
+Candidates findCandidates(std::string_view text)
+{
+    Candidates candidates;
+    forEachColon(text, [&](std::size_t colon) {
+        addExtensionCandidate(text, colon, candidates.extensions);
+        addSeverityWordCandidate(text, colon, candidates.severityWords);
+    });
+    return candidates;
 }
 
 TailOutcome matchLocatedTailAscii(std::string_view text, int64_t dot, LocatedMatch& match)

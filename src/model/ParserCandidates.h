@@ -32,6 +32,13 @@ std::vector<int64_t> findExtensionCandidates(std::string_view utf8);
 // words under case-insensitive matching, so the list is exact.
 std::vector<int64_t> findSeverityWordCandidates(std::string_view utf8);
 
+// Both lists above, from one pass over the text.
+struct Candidates {
+    std::vector<int64_t> extensions;
+    std::vector<int64_t> severityWords;
+};
+Candidates findCandidates(std::string_view utf8);
+
 enum class TailOutcome { match, noMatch, undecided };
 
 // What the located pattern from the "\\." of its path on does at `dot`,

@@ -150,6 +150,20 @@ PlacedChar charBefore(std::string_view text, int64_t floor, int64_t end)
 // CR or LF.
 int64_t earliestSimpleStart(std::string_view text, int64_t floor, int64_t word, std::vector<PlacedChar>& run)
 {
+    // Most words follow ASCII: decide those without decoding characters.
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    int64_t spaceStart = word;
+    while (spaceStart > floor && bytes[spaceStart - 1] < 0x80 && isWhiteSpace(bytes[spaceStart - 1]))
+        --spaceStart;
+    if (spaceStart == 0 || bytes[spaceStart - 1] < 0x80) {
+        unsigned char previous = spaceStart > 0 ? bytes[spaceStart - 1] : 0;
+        for (int64_t at = spaceStart; at < word; ++at) {
+            if (at == 0 || bytes[at] == '\n' || bytes[at] == '\r' || isLineTerminator(previous))
+                return at;
+            previous = bytes[at];
+        }
+        return word == 0 || isLineTerminator(previous) ? word : -1;
+    }
     run.clear();
     int64_t at = word;
     while (at > floor) {
@@ -184,8 +198,14 @@ int64_t earliestSimpleStart(std::string_view text, int64_t floor, int64_t word, 
 std::vector<LocatedMatch> findLocatedAtCandidates(const icu::RegexPattern& location,
                                                   const icu::RegexPattern& locationTail, std::string_view utf8)
 {
+    return findLocatedAtCandidates(location, locationTail, utf8, findExtensionCandidates(utf8));
+}
+
+std::vector<LocatedMatch> findLocatedAtCandidates(const icu::RegexPattern& location,
+                                                  const icu::RegexPattern& locationTail, std::string_view utf8,
+                                                  const std::vector<int64_t>& dots)
+{
     std::vector<LocatedMatch> matches;
-    const std::vector<int64_t> dots = findExtensionCandidates(utf8);
     if (dots.empty())
         return matches;
     UTextHandle text = openUtf8(utf8);
@@ -247,8 +267,13 @@ std::vector<LocatedMatch> findLocatedAtCandidates(const icu::RegexPattern& locat
 // allowed place of the white space before the word.
 std::vector<SimpleMatch> findSimpleAtCandidates(const icu::RegexPattern& simple, std::string_view utf8)
 {
+    return findSimpleAtCandidates(simple, utf8, findSeverityWordCandidates(utf8));
+}
+
+std::vector<SimpleMatch> findSimpleAtCandidates(const icu::RegexPattern& simple, std::string_view utf8,
+                                                const std::vector<int64_t>& words)
+{
     std::vector<SimpleMatch> matches;
-    const std::vector<int64_t> words = findSeverityWordCandidates(utf8);
     if (words.empty())
         return matches;
     UTextHandle text = openUtf8(utf8);
