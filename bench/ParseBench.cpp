@@ -141,6 +141,19 @@ int dumpFile(const DiagnosticParser& parser, const std::string& path)
     return 0;
 }
 
+// Reads and parses the file once and prints the count: the whole process
+// can then be timed against another program.
+int parseOnce(const DiagnosticParser& parser, const std::string& path)
+{
+    const std::optional<std::string> text = readWholeFile(path);
+    if (!text) {
+        std::fprintf(stderr, "parse: cannot read %s\n", path.c_str());
+        return 1;
+    }
+    std::printf("%lld\n", static_cast<long long>(parser.parse(*text).size()));
+    return 0;
+}
+
 double median(std::vector<double> values)
 {
     std::sort(values.begin(), values.end());
@@ -288,11 +301,14 @@ int timeFile(const DiagnosticParser& parser, const std::string& path, int repeat
 int parseFiles(const std::vector<std::string>& arguments)
 {
     bool dump = false;
+    bool once = false;
     int repeat = 5;
     std::vector<std::string> paths;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         if (arguments[i] == "--dump")
             dump = true;
+        else if (arguments[i] == "--once")
+            once = true;
         else if (arguments[i] == "--repeat" && i + 1 < arguments.size())
             repeat = std::max(1, std::stoi(arguments[++i]));
         else
@@ -304,13 +320,17 @@ int parseFiles(const std::vector<std::string>& arguments)
     }
     const DiagnosticParser parser;
     int status = 0;
-    for (const std::string& path : paths)
-        status |= dump ? dumpFile(parser, path) : timeFile(parser, path, repeat);
+    for (const std::string& path : paths) {
+        if (once)
+            status |= parseOnce(parser, path);
+        else
+            status |= dump ? dumpFile(parser, path) : timeFile(parser, path, repeat);
+    }
     return status;
 }
 
 RegisterBenchCommand genLog("gen-log", "[--mb N] [--seed S] [--diagnostics-per-mb D] OUT", generateLog);
-RegisterBenchCommand parse("parse", "[--dump] [--repeat N] FILE...", parseFiles);
+RegisterBenchCommand parse("parse", "[--dump | --once | --repeat N] FILE...", parseFiles);
 
 } // namespace
 
