@@ -206,12 +206,9 @@ QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view
     // path's string.
     std::string_view lastPath;
     QString lastPathString;
-    char16_t digits[24];
-    auto appendNumber = [&](QString& to, qint64 number) {
-        const std::string decimal = std::to_string(number);
-        std::copy(decimal.begin(), decimal.end(), digits);
-        to += u':';
-        to += QStringView(digits, qsizetype(decimal.size()));
+    // ":" and the number, when there is one.
+    auto numberPart = [](std::optional<qint64> number) {
+        return number ? ':' + std::to_string(*number) : std::string();
     };
     for (const LocatedMatch& m : matches.located) {
         if (!m.path.valid() || !m.line.valid() || !m.severity.valid() || !m.message.valid())
@@ -230,13 +227,12 @@ QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view
         if (m.column.valid() && !m.column.empty())
             d.column = numberFrom(bytesOf(text, m.column));
         d.severity = severityOf(word);
+        const std::string numbers = numberPart(d.line) + numberPart(d.column);
+        // Exactly the room it needs: a large log makes hundreds of thousands.
         QString& raw = d.rawText;
-        raw.reserve(lastPathString.size() + word.size() + d.message.size() + 48);
+        raw.reserve(lastPathString.size() + qsizetype(numbers.size()) + word.size() + d.message.size() + 4);
         raw += lastPathString;
-        if (d.line)
-            appendNumber(raw, *d.line);
-        if (d.column)
-            appendNumber(raw, *d.column);
+        raw += QLatin1StringView(numbers.data(), qsizetype(numbers.size()));
         raw += u": ";
         raw += word;
         raw += u": ";
