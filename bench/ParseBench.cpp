@@ -205,7 +205,7 @@ struct ParseTimes {
     std::size_t simple = 0;
 };
 
-const std::array<const char*, 5> stageNames = {"separator scan", "colon scan", "located search", "simple search",
+const std::array<const char*, 4> stageNames = {"colon and separator scan", "located search", "simple search",
                                                "records and duplicates"};
 
 // parse() as a whole, then the same work stage by stage, so that the stages
@@ -220,12 +220,13 @@ ParseTimes timeParse(const DiagnosticParser& parser, const std::string& text)
     times.diagnostics = found.size();
 
     start = Clock::now();
-    const bool separators = hasPieceSeparators(text);
-    times.stages.push_back(secondsSince(start));
-    const std::string copy = separators ? withPieceSeparatorsAsLineFeeds(text) : std::string();
-    const std::string_view normalised = separators ? std::string_view(copy) : std::string_view(text);
-    start = Clock::now();
-    const Candidates candidates = findCandidates(normalised);
+    Candidates candidates = findCandidates(text);
+    std::string copy;
+    if (candidates.hasPieceSeparators) {
+        copy = withPieceSeparatorsAsLineFeeds(text);
+        candidates = findCandidates(copy);
+    }
+    const std::string_view normalised = candidates.hasPieceSeparators ? std::string_view(copy) : std::string_view(text);
     times.stages.push_back(secondsSince(start));
     const DiagnosticParser::Patterns& patterns = parser.patterns();
     PassMatches matches;

@@ -188,15 +188,32 @@ QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view
     const AbsoluteTime now = AbsoluteTime::now();
     IdSource ids;
 
-    auto append = [&](BuildDiagnostic diagnostic) {
+    // The severity and message hash once for both indexes, and a path's hash
+    // is kept for the records of the same file that follow it.
+    // Holding the hashed path keeps its characters from being freed and
+    // reused by another path while it is compared by address.
+    QString hashedPath;
+    std::size_t pathHash = qHash(hashedPath);
+    auto append = [&](BuildDiagnostic diagnostic, std::size_t messageHash) {
+        if (diagnostic.filePath
+            && (diagnostic.filePath->constData() != hashedPath.constData()
+                || diagnostic.filePath->size() != hashedPath.size())) {
+            hashedPath = *diagnostic.filePath;
+            pathHash = qHash(hashedPath);
+        }
+        const std::size_t signatureHash =
+            qHashMulti(messageHash, diagnostic.filePath ? pathHash : 0, diagnostic.line.value_or(-1),
+                       diagnostic.column.value_or(-1), diagnostic.line.has_value(), diagnostic.column.has_value());
         const qsizetype position = result.size();
-        const bool known = signatures.findOrAdd(qHash(diagnostic.signature()), position, [&](qsizetype kept) {
-            return result[kept].signature() == diagnostic.signature();
+        const bool known = signatures.findOrAdd(signatureHash, position, [&](qsizetype kept) {
+            const BuildDiagnostic& k = result.at(kept);
+            return k.severity == diagnostic.severity && k.line == diagnostic.line && k.column == diagnostic.column
+                && k.message == diagnostic.message && k.filePath == diagnostic.filePath;
         }) >= 0;
         if (known)
             return;
-        severityMessages.findOrAdd(qHash(diagnostic.message, int(diagnostic.severity)), position, [&](qsizetype kept) {
-            return result[kept].severity == diagnostic.severity && result[kept].message == diagnostic.message;
+        severityMessages.findOrAdd(messageHash, position, [&](qsizetype kept) {
+            return result.at(kept).severity == diagnostic.severity && result.at(kept).message == diagnostic.message;
         });
         result.append(std::move(diagnostic));
     };
@@ -239,7 +256,8 @@ QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view
         raw += d.message;
         d.id = ids.next();
         d.timestamp = now;
-        append(std::move(d));
+        const std::size_t messageHash = qHash(d.message, int(d.severity));
+        append(std::move(d), messageHash);
     }
 
     for (const SimpleMatch& m : matches.simple) {
@@ -254,7 +272,8 @@ QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view
         // A message the log also reports with its location is kept only in
         // its located form. The word is one of the three raw values, so
         // comparing severities compares the word with the raw value.
-        const bool located = severityMessages.find(qHash(d.message, int(d.severity)), [&](qsizetype kept) {
+        const std::size_t messageHash = qHash(d.message, int(d.severity));
+        const bool located = severityMessages.find(messageHash, [&](qsizetype kept) {
             return result[kept].severity == d.severity && result[kept].message == d.message;
         }) >= 0;
         if (located)
@@ -262,7 +281,7 @@ QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view
         d.rawText = word + u": " + d.message;
         d.id = ids.next();
         d.timestamp = now;
-        append(std::move(d));
+        append(std::move(d), messageHash);
     }
     return result;
 }
@@ -286,14 +305,15 @@ QList<BuildDiagnostic> DiagnosticParser::parse(std::string_view utf8Text) const
 {
     // Characters U+0000 to U+0003 separate pieces of a log like line breaks
     // do. The activity log reader never leaves them in its text, so the copy
-    // is rare.
+    // is rare. The scan for them is the colon scan that both passes start
+    // from.
+    Candidates candidates = findCandidates(utf8Text);
     std::string copy;
-    if (hasPieceSeparators(utf8Text)) {
+    if (candidates.hasPieceSeparators) {
         copy = withPieceSeparatorsAsLineFeeds(utf8Text);
         utf8Text = copy;
+        candidates = findCandidates(utf8Text);
     }
-    // Both passes start from the colons, found in one pass over the text.
-    const Candidates candidates = findCandidates(utf8Text);
     PassMatches matches;
     if (m_patterns->location && m_patterns->locationTail)
         matches.located =

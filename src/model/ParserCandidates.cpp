@@ -238,11 +238,40 @@ std::vector<int64_t> findSeverityWordCandidates(std::string_view text)
 
 Candidates findCandidates(std::string_view text)
 {
+    // Colons and piece separators in one pass, sixteen bytes at a time:
+    // walking the colons with memchr and testing for separators apart would
+    // read the whole text twice.
+    using Bytes = unsigned char __attribute__((vector_size(16)));
     Candidates candidates;
-    forEachColon(text, [&](std::size_t colon) {
+    auto visitColon = [&](std::size_t colon) {
         addExtensionCandidate(text, colon, candidates.extensions);
         addSeverityWordCandidate(text, colon, candidates.severityWords);
-    });
+    };
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    std::size_t at = 0;
+    for (; text.size() - at >= 16; at += 16) {
+        Bytes block;
+        std::memcpy(&block, bytes + at, 16);
+        const auto colons = block == ':';
+        const auto separators = block <= 3;
+        uint64_t halves[2], separatorHalves[2];
+        std::memcpy(halves, &colons, sizeof halves);
+        std::memcpy(separatorHalves, &separators, sizeof separatorHalves);
+        if (separatorHalves[0] | separatorHalves[1])
+            candidates.hasPieceSeparators = true;
+        if (!(halves[0] | halves[1]))
+            continue;
+        for (std::size_t i = 0; i < 16; ++i) {
+            if (bytes[at + i] == ':')
+                visitColon(at + i);
+        }
+    }
+    for (; at < text.size(); ++at) {
+        if (bytes[at] <= 3)
+            candidates.hasPieceSeparators = true;
+        else if (bytes[at] == ':')
+            visitColon(at);
+    }
     return candidates;
 }
 

@@ -32,10 +32,12 @@ std::vector<int64_t> findExtensionCandidates(std::string_view utf8);
 // words under case-insensitive matching, so the list is exact.
 std::vector<int64_t> findSeverityWordCandidates(std::string_view utf8);
 
-// Both lists above, from one pass over the text.
+// Both lists above, from one pass over the text that also tells whether it
+// holds piece separators; the lists are those of the text as it is.
 struct Candidates {
     std::vector<int64_t> extensions;
     std::vector<int64_t> severityWords;
+    bool hasPieceSeparators = false;
 };
 Candidates findCandidates(std::string_view utf8);
 
