@@ -1,5 +1,6 @@
 #include "CleanBuildPanel.h"
 
+#include "StoreRefresh.h"
 #include "Theme.h"
 
 #include <QHBoxLayout>
@@ -155,43 +156,17 @@ CleanBuildPanel::CleanBuildPanel(BuildStore& store, QWidget* parent)
     layout->addWidget(m_fixedBox, 0, Qt::AlignHCenter);
     layout->addStretch(1);
 
-    connect(&m_store, &BuildStore::aboutToChange, this, &CleanBuildPanel::storeWillChange);
-    refresh();
+    new StoreRefresh(store, *this, [this](const auto& changed) { refresh(changed); });
+    refresh(StoreRefresh::allFields());
 }
 
-void CleanBuildPanel::storeWillChange(BuildStore::Field field)
+void CleanBuildPanel::refresh(const QSet<BuildStore::Field>& changed)
 {
+    // The box deliberately ignores the search and severity filters.
     using Field = BuildStore::Field;
-    switch (field) {
-    case Field::sessions:
-    case Field::activeSessionID:
-    case Field::lastWatcherMessage:
-    case Field::showBuildNoise:
-        break;
-    default:
-        // The box deliberately ignores the search and severity filters.
+    if (!StoreRefresh::touches(
+            changed, {Field::sessions, Field::activeSessionID, Field::lastWatcherMessage, Field::showBuildNoise}))
         return;
-    }
-    m_stale = true;
-    if (m_refreshQueued)
-        return;
-    m_refreshQueued = true;
-    QMetaObject::invokeMethod(this, &CleanBuildPanel::refresh, Qt::QueuedConnection);
-}
-
-void CleanBuildPanel::showEvent(QShowEvent* event)
-{
-    QWidget::showEvent(event);
-    if (m_stale)
-        refresh();
-}
-
-void CleanBuildPanel::refresh()
-{
-    m_refreshQueued = false;
-    if (testAttribute(Qt::WA_WState_ExplicitShowHide) && testAttribute(Qt::WA_WState_Hidden))
-        return;
-    m_stale = false;
 
     m_message->setText(m_store.lastWatcherMessage().value_or(QStringLiteral("No matching diagnostics in this build.")));
 

@@ -20,12 +20,8 @@ public:
 
     explicit CleanBuildPanel(BuildStore& store, QWidget* parent = nullptr);
 
-protected:
-    void showEvent(QShowEvent* event) override;
-
 private:
-    void storeWillChange(BuildStore::Field field);
-    void refresh();
+    void refresh(const QSet<BuildStore::Field>& changed);
 
     BuildStore& m_store;
     QLabel* m_message;
@@ -33,8 +29,6 @@ private:
     QLabel* m_fixedCount;
     QList<QWidget*> m_fixedRows;
     QList<QLabel*> m_fixedMessages;
-    bool m_refreshQueued = false;
-    bool m_stale = true;
 };
 
 } // namespace corvane

@@ -37,7 +37,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
-    void refresh();
+    void refresh(const QSet<BuildStore::Field>& changed);
 
     BuildStore& m_store;
     StoreRefresh* m_refresh;
@@ -47,9 +47,6 @@ private:
     QStackedWidget* m_detail;
     DiagnosticDetailView* m_detailView;
     InstrumentEmptyState* m_detailEmpty;
-    // The values the change reactions compare with.
-    bool m_lastShowBuildNoise;
-    BuildStore::WarningViewMode m_lastWarningViewMode;
     bool m_shown = false;
 };
 

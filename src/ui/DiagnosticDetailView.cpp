@@ -1,5 +1,6 @@
 #include "DiagnosticDetailView.h"
 
+#include "StoreRefresh.h"
 #include "Theme.h"
 #include "UserCommands.h"
 
@@ -280,7 +281,13 @@ DiagnosticDetailView::DiagnosticDetailView(BuildStore& store, DesktopPlatform& p
     connect(m_openButton, &QPushButton::clicked, this, [this] { openInXcode(m_diagnostic, m_platform); });
     connect(m_copyCleanButton, &QPushButton::clicked, this, &DiagnosticDetailView::copyCleanError);
     connect(m_copyChatGPTButton, &QPushButton::clicked, this, &DiagnosticDetailView::copyForChatGPT);
-    connect(&m_store, &BuildStore::aboutToChange, this, &DiagnosticDetailView::storeWillChange);
+    new StoreRefresh(store, *this, [this](const QSet<BuildStore::Field>& changed) {
+        using Field = BuildStore::Field;
+        if (StoreRefresh::touches(
+                changed,
+                {Field::sessions, Field::activeSessionID, Field::pinnedDiagnostics, Field::ignoredDiagnostics}))
+            refreshStatus();
+    });
 
     setDiagnostic(BuildDiagnostic{});
 }
@@ -307,20 +314,6 @@ void DiagnosticDetailView::setDiagnostic(const BuildDiagnostic& diagnostic)
         m_openButton->setEnabled(diagnostic.filePath.has_value());
     }
     refreshStatus();
-}
-
-void DiagnosticDetailView::storeWillChange()
-{
-    if (m_refreshQueued)
-        return;
-    m_refreshQueued = true;
-    QMetaObject::invokeMethod(
-        this,
-        [this] {
-            m_refreshQueued = false;
-            refreshStatus();
-        },
-        Qt::QueuedConnection);
 }
 
 void DiagnosticDetailView::refreshStatus()

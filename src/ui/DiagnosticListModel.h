@@ -53,10 +53,6 @@ public:
     // The row showing the diagnostic, or -1.
     int rowOf(const QUuid& id) const;
 
-    // The fixed diagnostics the list shows: the store's visible fixed ones
-    // narrowed by the trimmed search text and the severity filter.
-    static QList<BuildDiagnostic> listedFixedDiagnostics(const BuildStore& store);
-
 private:
     struct Row {
         RowKind kind;

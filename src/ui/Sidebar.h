@@ -26,7 +26,7 @@ public:
     BuildHistorySection& history() const { return *m_history; }
 
 private:
-    void refresh();
+    void refresh(const QSet<BuildStore::Field>& changed);
 
     BuildStore& m_store;
     StoreRefresh* m_refresh;

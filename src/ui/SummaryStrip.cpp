@@ -44,7 +44,7 @@ protected:
 SummaryStrip::SummaryStrip(BuildStore& store, QWidget* parent)
     : QWidget(parent),
       m_store(store),
-      m_refresh(new StoreRefresh(store, [this](const auto&) { refresh(); }, this)),
+      m_refresh(new StoreRefresh(store, *this, [this](const auto& changed) { refresh(changed); })),
       m_errors(new CountChip(summaryChip(QStringLiteral("xmark.octagon.fill"), theme::red()), this)),
       m_warnings(new CountChip(summaryChip(QStringLiteral("exclamationmark.triangle.fill"), theme::orange()), this)),
       m_comparison(new QWidget(this)),
@@ -103,11 +103,14 @@ SummaryStrip::SummaryStrip(BuildStore& store, QWidget* parent)
     layout->addStretch(0);
     layout->addWidget(m_source, 1);
 
-    refresh();
+    refresh(StoreRefresh::allFields());
 }
 
-void SummaryStrip::refresh()
+void SummaryStrip::refresh(const QSet<BuildStore::Field>& changed)
 {
+    using Field = BuildStore::Field;
+    if (!StoreRefresh::touches(changed, {Field::sessions, Field::activeSessionID, Field::showBuildNoise}))
+        return;
     const std::optional<BuildSession> session = m_store.activeSession();
     m_errors->setCount(session ? session->errorCount() : 0);
     m_warnings->setCount(session ? session->warningCount() : 0);

@@ -25,7 +25,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
-    void refresh();
+    void refresh(const QSet<BuildStore::Field>& changed);
 
     BuildStore& m_store;
     StoreRefresh* m_refresh;
