@@ -33,7 +33,7 @@ QToolButton* plainButton(const QString& objectName, QWidget* parent)
     return button;
 }
 
-QIcon pagerIcon(const QString& symbol)
+QIcon pagerIcon(theme::Symbol symbol)
 {
     QIcon icon;
     for (qreal ratio : {1.0, 2.0}) {
@@ -106,10 +106,10 @@ BuildHistorySection::BuildHistorySection(BuildStore& store, QWidget* parent)
     m_range->setMinimumWidth(62);
     m_range->setAlignment(Qt::AlignCenter);
 
-    m_newer->setIcon(pagerIcon(QStringLiteral("chevron.left")));
+    m_newer->setIcon(pagerIcon(theme::Symbol::chevronLeft));
     m_newer->setToolTip(QStringLiteral("Newer builds"));
     m_newer->setAccessibleName(QStringLiteral("Newer builds"));
-    m_older->setIcon(pagerIcon(QStringLiteral("chevron.right")));
+    m_older->setIcon(pagerIcon(theme::Symbol::chevronRight));
     m_older->setToolTip(QStringLiteral("Older builds"));
     m_older->setAccessibleName(QStringLiteral("Older builds"));
     for (QToolButton* button : {m_newer, m_older}) {
@@ -189,8 +189,8 @@ void BuildHistorySection::refresh(const QSet<BuildStore::Field>& changed)
     // Setting an icon repaints the button even when it is the same one.
     if (m_toggleShowsExpanded != m_expanded) {
         m_toggleShowsExpanded = m_expanded;
-        m_toggle->setIcon(theme::symbolIcon(m_expanded ? QStringLiteral("chevron.down")
-                                                       : QStringLiteral("chevron.right"),
+        m_toggle->setIcon(theme::symbolIcon(m_expanded ? theme::Symbol::chevronDown
+                                                       : theme::Symbol::chevronRight,
                                             theme::secondaryText(), 9));
     }
     const bool paged = m_expanded && HistoryPager::isNeeded(count);

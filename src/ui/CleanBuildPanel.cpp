@@ -33,7 +33,7 @@ protected:
         painter.drawEllipse(centre, outerDiameter / 2.0, outerDiameter / 2.0);
         painter.setPen(QPen(theme::withOpacity(green, 0.08), 10));
         painter.drawEllipse(centre, innerDiameter / 2.0, innerDiameter / 2.0);
-        const QPixmap check = theme::symbolPixmap(QStringLiteral("checkmark"), green, symbolSize, devicePixelRatioF());
+        const QPixmap check = theme::symbolPixmap(theme::Symbol::checkmark, green, symbolSize, devicePixelRatioF());
         painter.drawPixmap(QRectF(centre.x() - symbolSize / 2.0, centre.y() - symbolSize / 2.0, symbolSize, symbolSize),
                            check, QRectF(check.rect()));
     }
@@ -93,7 +93,7 @@ protected:
     }
 };
 
-QLabel* symbolLabel(const QString& symbol, const QColor& color, int size, QWidget* parent)
+QLabel* symbolLabel(theme::Symbol symbol, const QColor& color, int size, QWidget* parent)
 {
     auto* label = new QLabel(parent);
     label->setPixmap(theme::symbolPixmap(symbol, color, size, parent->devicePixelRatioF()));
@@ -133,7 +133,7 @@ CleanBuildPanel::CleanBuildPanel(BuildStore& store, QWidget* parent)
     boxLayout->setSpacing(9);
     auto* countRow = new QHBoxLayout;
     countRow->setSpacing(6);
-    countRow->addWidget(symbolLabel(QStringLiteral("checkmark.circle.fill"), theme::green(), 13, m_fixedBox));
+    countRow->addWidget(symbolLabel(theme::Symbol::checkmarkCircleFill, theme::green(), 13, m_fixedBox));
     m_fixedCount = new OneLineLabel(m_fixedBox);
     m_fixedCount->setFont(theme::monospaced(11, QFont::Bold));
     theme::setForeground(*m_fixedCount, theme::green());
@@ -144,7 +144,7 @@ CleanBuildPanel::CleanBuildPanel(BuildStore& store, QWidget* parent)
         auto* rowLayout = new QHBoxLayout(row);
         rowLayout->setContentsMargins(0, 0, 0, 0);
         rowLayout->setSpacing(8);
-        rowLayout->addWidget(symbolLabel(QStringLiteral("checkmark"), theme::green(), 10, row));
+        rowLayout->addWidget(symbolLabel(theme::Symbol::checkmark, theme::green(), 10, row));
         auto* message = new OneLineLabel(row);
         message->setFont(theme::font(11));
         theme::setForeground(*message, theme::secondaryText());

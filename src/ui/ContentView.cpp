@@ -44,7 +44,7 @@ ContentView::ContentView(BuildStore& store, DesktopPlatform& platform, QWidget* 
       m_sidebar(new Sidebar(store, m_split)),
       m_detail(new QStackedWidget(m_split)),
       m_detailView(new DiagnosticDetailView(store, platform, theme::cardColor(), theme::white(0.075), m_detail)),
-      m_detailEmpty(new InstrumentEmptyState(QStringLiteral("viewfinder"), QStringLiteral("SELECT A DIAGNOSTIC"),
+      m_detailEmpty(new InstrumentEmptyState(theme::Symbol::viewfinder, QStringLiteral("SELECT A DIAGNOSTIC"),
                                              QStringLiteral("Corvane will show the useful part here."), theme::cyan(),
                                              m_detail))
 {

@@ -10,7 +10,7 @@ namespace corvane {
 namespace {
 
 const QString fixedSectionTitle = QStringLiteral("FIXED SINCE LAST BUILD");
-const QString fixedSymbol = QStringLiteral("checkmark.circle.fill");
+constexpr theme::Symbol fixedSymbol = theme::Symbol::checkmarkCircleFill;
 
 } // namespace
 
@@ -118,7 +118,7 @@ QString DiagnosticListModel::badgeAt(int row) const
     return {};
 }
 
-QString DiagnosticListModel::symbolAt(int row) const
+std::optional<theme::Symbol> DiagnosticListModel::symbolAt(int row) const
 {
     switch (m_rows.at(row).kind) {
     case RowKind::fixedHeader:
@@ -129,7 +129,7 @@ QString DiagnosticListModel::symbolAt(int row) const
     case RowKind::fileHeader:
         break;
     }
-    return {};
+    return std::nullopt;
 }
 
 QColor DiagnosticListModel::symbolColorAt(int row) const
@@ -178,7 +178,9 @@ QVariant DiagnosticListModel::data(const QModelIndex& index, int role) const
     case BadgeRole:
         return badgeAt(row);
     case SymbolRole:
-        return symbolAt(row);
+        if (const std::optional<theme::Symbol> symbol = symbolAt(row))
+            return theme::symbolName(*symbol);
+        return QString();
     case SymbolColorRole:
         return symbolColorAt(row);
     default:

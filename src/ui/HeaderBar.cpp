@@ -22,7 +22,7 @@ namespace corvane {
 
 namespace {
 
-CountChip::Style headerCounterStyle(const QString& symbol, const QColor& color, const QString& caption)
+CountChip::Style headerCounterStyle(theme::Symbol symbol, const QColor& color, const QString& caption)
 {
     CountChip::Style style;
     style.symbol = symbol;
@@ -46,10 +46,10 @@ HeaderBar::HeaderBar(BuildStore& store, QWidget* parent)
       m_statusDot(new StatusDot(6, this)),
       m_statusText(new QLabel(this)),
       m_counters(new QWidget(this)),
-      m_newCounter(new CountChip(headerCounterStyle(QStringLiteral("sparkles"), theme::cyan(), QStringLiteral("NEW")),
+      m_newCounter(new CountChip(headerCounterStyle(theme::Symbol::sparkles, theme::cyan(), QStringLiteral("NEW")),
                                  m_counters)),
       m_fixedCounter(new CountChip(
-          headerCounterStyle(QStringLiteral("checkmark"), theme::green(), QStringLiteral("FIXED")), m_counters)),
+          headerCounterStyle(theme::Symbol::checkmark, theme::green(), QStringLiteral("FIXED")), m_counters)),
       m_focusButton(new HeaderMenuButton(this)),
       m_focusMenu(new QMenu(this)),
       m_warningsPicker(new PickerBox(110, QStringLiteral("Warnings"), this)),
@@ -98,7 +98,7 @@ HeaderBar::HeaderBar(BuildStore& store, QWidget* parent)
     connect(m_searchField, &QLineEdit::textEdited, this, [this](const QString& text) { m_store.setSearchText(text); });
 
     HeaderMenuButton::Content options;
-    options.leadingSymbol = QStringLiteral("ellipsis");
+    options.leadingSymbol = theme::Symbol::ellipsis;
     options.leadingSize = 16;
     options.horizontalPadding = 0;
     options.foreground = theme::primaryText();
@@ -240,8 +240,8 @@ void HeaderBar::refreshFocus()
 {
     const std::optional<QString> focused = m_store.focusedProjectName();
     HeaderMenuButton::Content focus;
-    focus.leadingSymbol = QStringLiteral("scope");
-    focus.trailingSymbol = QStringLiteral("chevron.up.chevron.down");
+    focus.leadingSymbol = theme::Symbol::scope;
+    focus.trailingSymbol = theme::Symbol::chevronUpChevronDown;
     focus.font = theme::monospaced(10, QFont::DemiBold);
     focus.foreground = focused ? theme::cyan() : theme::secondaryText();
     focus.outline = focused ? theme::withOpacity(theme::cyan(), 0.28) : theme::edge();

@@ -20,7 +20,7 @@ Sidebar::Sidebar(BuildStore& store, QWidget* parent)
       m_summary(new SummaryStrip(store, this)),
       m_history(new BuildHistorySection(store, this)),
       m_lower(new QStackedWidget(this)),
-      m_waiting(new InstrumentEmptyState(QStringLiteral("scope"), QStringLiteral("WATCHING XCODE"),
+      m_waiting(new InstrumentEmptyState(theme::Symbol::scope, QStringLiteral("WATCHING XCODE"),
                                          QStringLiteral("Build a project in Xcode.\n"
                                                         "Corvane will capture the result automatically."),
                                          theme::cyan(), m_lower)),
