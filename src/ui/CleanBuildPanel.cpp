@@ -156,18 +156,15 @@ CleanBuildPanel::CleanBuildPanel(BuildStore& store, QWidget* parent)
     layout->addWidget(m_fixedBox, 0, Qt::AlignHCenter);
     layout->addStretch(1);
 
-    new StoreRefresh(store, *this, [this](const auto& changed) { refresh(changed); });
-    refresh(StoreRefresh::allFields());
-}
-
-void CleanBuildPanel::refresh(const QSet<BuildStore::Field>& changed)
-{
     // The box deliberately ignores the search and severity filters.
     using Field = BuildStore::Field;
-    if (!StoreRefresh::touches(
-            changed, {Field::sessions, Field::activeSessionID, Field::lastWatcherMessage, Field::showBuildNoise}))
-        return;
+    new StoreRefresh(store, *this, [this](const auto&) { refresh(); },
+                     {Field::sessions, Field::activeSessionID, Field::lastWatcherMessage, Field::showBuildNoise});
+    refresh();
+}
 
+void CleanBuildPanel::refresh()
+{
     m_message->setText(m_store.lastWatcherMessage().value_or(QStringLiteral("No matching diagnostics in this build.")));
 
     const QList<BuildDiagnostic> fixed =

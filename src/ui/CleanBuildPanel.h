@@ -21,7 +21,7 @@ public:
     explicit CleanBuildPanel(BuildStore& store, QWidget* parent = nullptr);
 
 private:
-    void refresh(const QSet<BuildStore::Field>& changed);
+    void refresh();
 
     BuildStore& m_store;
     QLabel* m_message;

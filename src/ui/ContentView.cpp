@@ -38,7 +38,9 @@ protected:
 ContentView::ContentView(BuildStore& store, DesktopPlatform& platform, QWidget* parent)
     : QWidget(parent),
       m_store(store),
-      m_refresh(new StoreRefresh(store, *this, [this](const auto& changed) { refresh(changed); })),
+      m_refresh(new StoreRefresh(store, *this, [this](const auto&) { refresh(); },
+                                 {BuildStore::Field::selectedDiagnosticID, BuildStore::Field::sessions,
+                                  BuildStore::Field::activeSessionID, BuildStore::Field::showBuildNoise})),
       m_header(new HeaderBar(store, this)),
       m_split(new QSplitter(Qt::Horizontal, this)),
       m_sidebar(new Sidebar(store, m_split)),
@@ -81,15 +83,11 @@ ContentView::ContentView(BuildStore& store, DesktopPlatform& platform, QWidget* 
     auto* find = new QShortcut(QKeySequence::Find, this);
     connect(find, &QShortcut::activated, m_header, &HeaderBar::focusSearchField);
 
-    refresh(StoreRefresh::allFields());
+    refresh();
 }
 
-void ContentView::refresh(const QSet<BuildStore::Field>& changed)
+void ContentView::refresh()
 {
-    using Field = BuildStore::Field;
-    if (!StoreRefresh::touches(
-            changed, {Field::selectedDiagnosticID, Field::sessions, Field::activeSessionID, Field::showBuildNoise}))
-        return;
     // A build-system note stays out of the detail column while notes are
     // hidden, even if it is still the selection.
     const std::optional<BuildDiagnostic> selected = m_store.selectedDiagnostic();

@@ -37,7 +37,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
-    void refresh(const QSet<BuildStore::Field>& changed);
+    void refresh();
 
     BuildStore& m_store;
     StoreRefresh* m_refresh;

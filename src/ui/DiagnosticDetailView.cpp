@@ -281,13 +281,9 @@ DiagnosticDetailView::DiagnosticDetailView(BuildStore& store, DesktopPlatform& p
     connect(m_openButton, &QPushButton::clicked, this, [this] { openInXcode(m_diagnostic, m_platform); });
     connect(m_copyCleanButton, &QPushButton::clicked, this, &DiagnosticDetailView::copyCleanError);
     connect(m_copyChatGPTButton, &QPushButton::clicked, this, &DiagnosticDetailView::copyForChatGPT);
-    new StoreRefresh(store, *this, [this](const QSet<BuildStore::Field>& changed) {
-        using Field = BuildStore::Field;
-        if (StoreRefresh::touches(
-                changed,
-                {Field::sessions, Field::activeSessionID, Field::pinnedDiagnostics, Field::ignoredDiagnostics}))
-            refreshStatus();
-    });
+    using Field = BuildStore::Field;
+    new StoreRefresh(store, *this, [this](const auto&) { refreshStatus(); },
+                     {Field::sessions, Field::activeSessionID, Field::pinnedDiagnostics, Field::ignoredDiagnostics});
 
     setDiagnostic(BuildDiagnostic{});
 }

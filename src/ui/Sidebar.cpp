@@ -16,7 +16,13 @@ namespace corvane {
 Sidebar::Sidebar(BuildStore& store, QWidget* parent)
     : QWidget(parent),
       m_store(store),
-      m_refresh(new StoreRefresh(store, *this, [this](const auto& changed) { refresh(changed); })),
+      // Which area shows depends on what is visible, not on the selection or
+      // the watcher.
+      m_refresh(new StoreRefresh(store, *this, [this](const auto&) { refresh(); },
+                                 {BuildStore::Field::sessions, BuildStore::Field::activeSessionID,
+                                  BuildStore::Field::severityFilter, BuildStore::Field::searchText,
+                                  BuildStore::Field::showBuildNoise, BuildStore::Field::warningViewMode,
+                                  BuildStore::Field::pinnedDiagnostics, BuildStore::Field::ignoredDiagnostics})),
       m_summary(new SummaryStrip(store, this)),
       m_history(new BuildHistorySection(store, this)),
       m_lower(new QStackedWidget(this)),
@@ -48,19 +54,11 @@ Sidebar::Sidebar(BuildStore& store, QWidget* parent)
     layout->addWidget(m_history);
     layout->addWidget(m_lower, 1);
 
-    refresh(StoreRefresh::allFields());
+    refresh();
 }
 
-void Sidebar::refresh(const QSet<BuildStore::Field>& changed)
+void Sidebar::refresh()
 {
-    // Which area shows depends on what is visible, not on the selection or
-    // the watcher.
-    using Field = BuildStore::Field;
-    if (!StoreRefresh::touches(changed,
-                               {Field::sessions, Field::activeSessionID, Field::severityFilter, Field::searchText,
-                                Field::showBuildNoise, Field::warningViewMode, Field::pinnedDiagnostics,
-                                Field::ignoredDiagnostics}))
-        return;
     if (!m_store.activeSession())
         m_lower->setCurrentWidget(m_waiting);
     else if (!m_store.hasVisibleDiagnostics())

@@ -26,7 +26,7 @@ public:
     BuildHistorySection& history() const { return *m_history; }
 
 private:
-    void refresh(const QSet<BuildStore::Field>& changed);
+    void refresh();
 
     BuildStore& m_store;
     StoreRefresh* m_refresh;

@@ -9,10 +9,12 @@
 
 namespace corvane {
 
-StoreRefresh::StoreRefresh(BuildStore& store, QWidget& view, Callback callback)
+StoreRefresh::StoreRefresh(BuildStore& store, QWidget& view, Callback callback, Fields watched)
     : QObject(&view), m_view(view), m_callback(std::move(callback))
 {
-    connect(&store, &BuildStore::aboutToChange, this, [this](BuildStore::Field field) {
+    connect(&store, &BuildStore::aboutToChange, this, [this, watched = std::move(watched)](BuildStore::Field field) {
+        if (!watched.contains(field))
+            return;
         m_changed.insert(field);
         schedule();
     });

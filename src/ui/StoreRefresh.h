@@ -16,8 +16,9 @@ namespace corvane {
 // it, and one user action often changes several fields; the view's refresh
 // therefore runs once, queued, when the action has finished and the store
 // holds the new values, and it gets every field announced since the last
-// refresh. While the view is hidden (a page of a stack the window does not
-// show), the fields gather and the refresh runs once when it is shown.
+// refresh. A view names the fields it shows; changes of others never reach
+// it. While the view is hidden (a page of a stack the window does not show),
+// the fields gather and the refresh runs once when it is shown.
 class StoreRefresh : public QObject {
     Q_OBJECT
 
@@ -26,7 +27,7 @@ public:
     using Callback = std::function<void(const Fields& changed)>;
 
     // The view owns the refresh.
-    StoreRefresh(BuildStore& store, QWidget& view, Callback callback);
+    StoreRefresh(BuildStore& store, QWidget& view, Callback callback, Fields watched = allFields());
 
     // Every field: for a view's first display.
     static const Fields& allFields();

@@ -44,7 +44,9 @@ protected:
 SummaryStrip::SummaryStrip(BuildStore& store, QWidget* parent)
     : QWidget(parent),
       m_store(store),
-      m_refresh(new StoreRefresh(store, *this, [this](const auto& changed) { refresh(changed); })),
+      m_refresh(new StoreRefresh(store, *this, [this](const auto&) { refresh(); },
+                                 {BuildStore::Field::sessions, BuildStore::Field::activeSessionID,
+                                  BuildStore::Field::showBuildNoise})),
       m_errors(new CountChip(summaryChip(theme::Symbol::xmarkOctagonFill, theme::red()), this)),
       m_warnings(new CountChip(summaryChip(theme::Symbol::exclamationmarkTriangleFill, theme::orange()), this)),
       m_comparison(new QWidget(this)),
@@ -103,14 +105,11 @@ SummaryStrip::SummaryStrip(BuildStore& store, QWidget* parent)
     layout->addStretch(0);
     layout->addWidget(m_source, 1);
 
-    refresh(StoreRefresh::allFields());
+    refresh();
 }
 
-void SummaryStrip::refresh(const QSet<BuildStore::Field>& changed)
+void SummaryStrip::refresh()
 {
-    using Field = BuildStore::Field;
-    if (!StoreRefresh::touches(changed, {Field::sessions, Field::activeSessionID, Field::showBuildNoise}))
-        return;
     const std::optional<BuildSession> session = m_store.activeSession();
     m_errors->setCount(session ? session->errorCount() : 0);
     m_warnings->setCount(session ? session->warningCount() : 0);
