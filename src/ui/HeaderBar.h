@@ -31,10 +31,6 @@ public:
 
     void focusSearchField();
 
-Q_SIGNALS:
-    // After "Clear Build History" has cleared the store.
-    void historyCleared();
-
 protected:
     void paintEvent(QPaintEvent* event) override;
 
@@ -42,7 +38,8 @@ private:
     QWidget* makeBrand();
     void buildOptionsMenu();
     void rebuildFocusMenu();
-    void refresh();
+    void refresh(const QSet<BuildStore::Field>& changed);
+    void refreshFocus();
 
     BuildStore& m_store;
     StoreRefresh* m_refresh;

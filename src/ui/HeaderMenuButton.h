@@ -1,9 +1,13 @@
 #pragma once
 
+#include "Theme.h"
+
 #include <QColor>
 #include <QFont>
 #include <QString>
 #include <QToolButton>
+
+#include <optional>
 
 namespace corvane {
 
@@ -14,9 +18,9 @@ class HeaderMenuButton : public QToolButton {
 
 public:
     struct Content {
-        QString leadingSymbol;
+        std::optional<theme::Symbol> leadingSymbol;
         int leadingSize = 11;
-        QString trailingSymbol;
+        std::optional<theme::Symbol> trailingSymbol;
         int trailingSize = 9;
         QFont font;
         int spacing = 6;
