@@ -110,11 +110,17 @@ QString SingleInstance::socketPathFor(const QString& dataFolder)
 
 QString SingleInstance::lockPathFor(const QString& dataFolder)
 {
+    // Not a relative path: that would put the lock in whatever folder the
+    // program was started from.
+    if (dataFolder.isEmpty())
+        return {};
     return QDir(dataFolder).filePath(QStringLiteral("Corvane/.lock"));
 }
 
 SingleInstance::Lock SingleInstance::takeLock()
 {
+    if (m_lockPath.isEmpty())
+        return Lock::unavailable;
     QDir().mkpath(QFileInfo(m_lockPath).path());
     const int fd = ::open(QFile::encodeName(m_lockPath).constData(),
                           O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY, 0600);
