@@ -46,17 +46,6 @@ TEST(CommandLine, VersionAndHelpAnswerWithoutAWindowOrAnInstanceSocket)
     EXPECT_FALSE(QDir(environment.appFolder()).exists()) << "no history was loaded or created";
 }
 
-TEST(CommandLine, UnknownOptionFailsWithAMessage)
-{
-    TestEnvironment environment;
-    AppProcess application(environment);
-    application.start({QStringLiteral("--no-such-option")});
-    ASSERT_TRUE(application.waitForExit(10s));
-    EXPECT_EQ(application.exitCode(), 1);
-    EXPECT_TRUE(application.standardError().contains("no-such-option"));
-    EXPECT_TRUE(QDir(runtimeFolder(environment)).isEmpty());
-}
-
 TEST(CommandLine, LogGivenAtStartIsImportedRelativeToTheWorkingFolder)
 {
     TestEnvironment environment;
