@@ -1,6 +1,7 @@
 #include "DiagnosticListModel.h"
 
 #include "BuildStore.h"
+#include "DisplayText.h"
 #include "Theme.h"
 
 #include <QCollator>
@@ -221,7 +222,7 @@ QVariant DiagnosticListModel::data(const QModelIndex& index, int role) const
     case Qt::DisplayRole:
         return textAt(row);
     case Qt::ToolTipRole:
-        return d ? QVariant(d->message) : QVariant();
+        return d ? QVariant(displayText::bounded(d->message, displayText::lineLimit)) : QVariant();
     case RowKindRole:
         return int(kindAt(row));
     case DiagnosticIDRole:

@@ -17,6 +17,7 @@
 #include "BuildHistoryPersistence.h"
 #include "CrashTestSupport.h"
 #include "DiagnosticParser.h"
+#include "StorageFile.h"
 #include "TestEnvironment.h"
 
 #include <QCoreApplication>
@@ -165,11 +166,11 @@ public:
         m_logsDropped = 0;
         m_killedAt = -1;
 
-        // What an earlier run on a file system without unnamed temporary files
-        // would have left when killed during a save.
-        m_planted = {BuildHistoryPersistence::fileName + u'.' + randomSuffix(m_random)};
+        // What an earlier run would have left when killed during a save.
+        m_planted = {StorageFile::temporaryName(BuildHistoryPersistence::fileName, randomSuffix(m_random))};
         if (std::uniform_int_distribution<int>(0, 2)(m_random) == 0)
-            m_planted.append(QStringLiteral("DiagnosticPreferences.plist.") + randomSuffix(m_random));
+            m_planted.append(
+                StorageFile::temporaryName(QStringLiteral("DiagnosticPreferences.plist"), randomSuffix(m_random)));
         for (const QString& name : m_planted)
             writeFile(m_env.appFolder() + u'/' + name, partialPlist(m_random));
 

@@ -1,6 +1,8 @@
 #include "CrashTestSupport.h"
 
-#include "StorageDirectory.h"
+#include "BuildHistoryPersistence.h"
+#include "DiagnosticPreferencesPersistence.h"
+#include "StorageFile.h"
 #include "TestEnvironment.h"
 
 #include <QFile>
@@ -100,21 +102,10 @@ bool isSaveInProgress(const OpenFile& file, const QString& folder)
     const QString name = file.path.mid(prefix.size());
     // An unnamed temporary file (O_TMPFILE) shows as "#<inode> (deleted)".
     return (name.startsWith(u'#') && name.endsWith(QStringLiteral(" (deleted)"))) || isTemporaryName(name)
-        || storedFileNames().contains(name);
+        || name == BuildHistoryPersistence::fileName || name == DiagnosticPreferencesPersistence::fileName;
 }
 
-bool isTemporaryName(const QString& fileName)
-{
-    for (const QString& stored : storedFileNames()) {
-        if (fileName.size() != stored.size() + 7 || !fileName.startsWith(stored + u'.'))
-            continue;
-        const QStringView suffix = QStringView(fileName).sliced(stored.size() + 1);
-        if (std::all_of(suffix.begin(), suffix.end(),
-                        [](QChar c) { return c.isLetterOrNumber() && c.unicode() < 128; }))
-            return true;
-    }
-    return false;
-}
+bool isTemporaryName(const QString& fileName) { return StorageFile::isTemporaryName(fileName); }
 
 std::optional<QString> continuityProblem(const QList<BuildSession>& before, const QList<BuildSession>& after)
 {
