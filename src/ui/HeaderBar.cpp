@@ -100,7 +100,7 @@ HeaderBar::HeaderBar(BuildStore& store, QWidget* parent)
 
     HeaderMenuButton::Content options;
     options.leadingSymbol = QStringLiteral("ellipsis");
-    options.leadingSize = 16;
+    options.leadingSize = 15;
     options.horizontalPadding = 0;
     options.foreground = theme::primaryText();
     options.outline = theme::edge();
@@ -219,6 +219,7 @@ void HeaderBar::refresh()
     HeaderMenuButton::Content focus;
     focus.leadingSymbol = QStringLiteral("scope");
     focus.trailingSymbol = QStringLiteral("chevron.up.chevron.down");
+    focus.trailingSize = 8;
     focus.font = theme::monospaced(10, QFont::DemiBold);
     focus.foreground = focused ? theme::cyan() : theme::secondaryText();
     focus.outline = focused ? theme::withOpacity(theme::cyan(), 0.28) : theme::edge();
