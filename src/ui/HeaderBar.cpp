@@ -268,6 +268,19 @@ void HeaderBar::focusSearchField()
     m_searchField->selectAll();
 }
 
+void HeaderBar::addWindowControls(QWidget* controls)
+{
+    controls->setParent(this);
+    layout()->addWidget(controls);
+}
+
+void HeaderBar::setLeadingInset(int inset)
+{
+    QMargins margins = layout()->contentsMargins();
+    margins.setLeft(inset);
+    layout()->setContentsMargins(margins);
+}
+
 void HeaderBar::paintEvent(QPaintEvent*)
 {
     QPainter painter(this);
