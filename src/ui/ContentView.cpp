@@ -2,6 +2,7 @@
 
 #include "BuildHistorySection.h"
 #include "DiagnosticDetailView.h"
+#include "DiagnosticListView.h"
 #include "HeaderBar.h"
 #include "InstrumentEmptyState.h"
 #include "Sidebar.h"
@@ -115,6 +116,14 @@ void ContentView::showEvent(QShowEvent* event)
     QWidget::showEvent(event);
     if (!m_shown) {
         m_shown = true;
+        // Keyboard work starts in the diagnostic list, not on the first
+        // header button; while the list is not shown the window itself
+        // holds focus, so no control looks chosen.
+        QWidget& list = m_sidebar->diagnosticList();
+        if (list.isVisibleTo(this))
+            list.setFocus(Qt::OtherFocusReason);
+        else
+            setFocus(Qt::OtherFocusReason);
         Q_EMIT firstShown();
     }
 }

@@ -57,8 +57,9 @@ void HeaderMenuButton::paintEvent(QPaintEvent*)
     QColor fill = theme::elevatedPanel();
     if (isDown() || underMouse())
         fill = fill.lighter(118);
-    theme::paintRoundedPanel(painter, bounds, 8, fill, hasFocus() ? theme::withOpacity(theme::cyan(), 0.6)
-                                                                  : m_content.outline);
+    theme::paintRoundedPanel(painter, bounds, 8, fill,
+                             m_keyboardFocus.showsRing(*this) ? theme::withOpacity(theme::cyan(), 0.6)
+                                                              : m_content.outline);
 
     // Centred as a group, so a fixed-size button keeps its symbol in the middle.
     const qreal contentWidth = sizeHint().width() - 2 * m_content.horizontalPadding;
@@ -79,6 +80,18 @@ void HeaderMenuButton::paintEvent(QPaintEvent*)
     }
     if (!m_content.trailingSymbol.isEmpty())
         symbolAt(m_content.trailingSymbol, m_content.trailingSize);
+}
+
+void HeaderMenuButton::focusInEvent(QFocusEvent* event)
+{
+    m_keyboardFocus.focusIn(*event);
+    QToolButton::focusInEvent(event);
+}
+
+void HeaderMenuButton::focusOutEvent(QFocusEvent* event)
+{
+    m_keyboardFocus.focusOut(*event);
+    QToolButton::focusOutEvent(event);
 }
 
 } // namespace corvane

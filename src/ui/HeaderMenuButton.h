@@ -1,5 +1,7 @@
 #pragma once
 
+#include "KeyboardFocus.h"
+
 #include <QColor>
 #include <QFont>
 #include <QString>
@@ -37,8 +39,11 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
+    void focusOutEvent(QFocusEvent* event) override;
 
 private:
+    KeyboardFocus m_keyboardFocus;
     Content m_content;
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "KeyboardFocus.h"
+
 #include "BuildSession.h"
 
 #include <QAbstractButton>
@@ -29,8 +31,11 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
+    void focusOutEvent(QFocusEvent* event) override;
 
 private:
+    KeyboardFocus m_keyboardFocus;
     static QString summaryText(qsizetype errors, qsizetype warnings);
     static QColor statusColor(qsizetype errors, qsizetype warnings);
 

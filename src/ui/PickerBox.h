@@ -1,5 +1,7 @@
 #pragma once
 
+#include "KeyboardFocus.h"
+
 #include <QComboBox>
 
 namespace corvane {
@@ -14,6 +16,11 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+    void focusInEvent(QFocusEvent* event) override;
+    void focusOutEvent(QFocusEvent* event) override;
+
+private:
+    KeyboardFocus m_keyboardFocus;
 };
 
 } // namespace corvane

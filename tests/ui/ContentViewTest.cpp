@@ -1,5 +1,6 @@
 #include "CorvaneApp.h"
 #include "CountChip.h"
+#include "DiagnosticListView.h"
 #include "InstrumentEmptyState.h"
 #include "ShellFixtures.h"
 #include "Theme.h"
@@ -8,6 +9,8 @@
 #include <QClipboard>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QListView>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -128,6 +131,43 @@ TEST(ContentView, ReactsToChangedSettingsButNotToTheFirstDisplay)
     f.store->setWarningViewMode(BuildStore::WarningViewMode::ignored);
     settle();
     EXPECT_NE(f.store->selectedDiagnosticID(), std::optional<QUuid>(noise->id));
+}
+
+TEST(ContentView, StartsWithFocusInTheListAndRingsOnlyFocusFromTheKeyboard)
+{
+    WindowFixture f;
+    f.store->loadSampleDiagnostics();
+    ContentView& window = f.open();
+    window.show();
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    EXPECT_EQ(QApplication::focusWidget(),
+              static_cast<QWidget*>(f.find<DiagnosticListView>(QStringLiteral("diagnosticList"))->listView()));
+
+    auto* project = f.find<QWidget>(QStringLiteral("projectFocusButton"));
+    const QImage unfocused = project->grab().toImage();
+    project->setFocus(Qt::MouseFocusReason);
+    EXPECT_EQ(project->grab().toImage(), unfocused);
+    project->clearFocus();
+    project->setFocus(Qt::TabFocusReason);
+    const QImage ringed = project->grab().toImage();
+    EXPECT_NE(ringed, unfocused);
+    // A menu taking focus for a while keeps the ring.
+    auto* menu = f.find<QMenu>(QStringLiteral("projectFocusMenu"));
+    menu->popup(project->mapToGlobal(QPoint(0, project->height())));
+    settle();
+    menu->close();
+    settle();
+    EXPECT_TRUE(project->hasFocus());
+    EXPECT_EQ(project->grab().toImage(), ringed);
+
+    // Without a build the list is hidden and no control holds focus.
+    WindowFixture empty;
+    ContentView& second = empty.open();
+    second.show();
+    second.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&second));
+    EXPECT_EQ(QApplication::focusWidget(), static_cast<QWidget*>(&second));
 }
 
 TEST(Application, OneWindowAtLeastMinimumSizeStartsTheWatcherOnceShown)
