@@ -1,5 +1,6 @@
 #include "CorvaneApp.h"
 
+#include "AccessibleInterfaces.h"
 #include "ContentView.h"
 #include "WindowChrome.h"
 
@@ -8,7 +9,11 @@
 
 namespace corvane {
 
-CorvaneApp::CorvaneApp() : m_store(&m_platform) {}
+CorvaneApp::CorvaneApp() : m_store(&m_platform)
+{
+    // Before any widget exists, so none is described by the defaults first.
+    installAccessibleInterfaces();
+}
 
 CorvaneApp::~CorvaneApp() = default;
 

@@ -52,6 +52,8 @@ public:
         setFrameShape(QFrame::NoFrame);
         setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
         setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+        // The cards are the tab stops, not the strip around them.
+        setFocusPolicy(Qt::NoFocus);
         setWidgetResizable(true);
         setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
         viewport()->setAutoFillBackground(false);

@@ -1,5 +1,6 @@
 #include "ContentView.h"
 
+#include "AccessibleInterfaces.h"
 #include "BuildHistorySection.h"
 #include "DiagnosticDetailView.h"
 #include "DiagnosticListView.h"
@@ -51,6 +52,7 @@ ContentView::ContentView(BuildStore& store, DesktopPlatform& platform, QWidget* 
       m_lastShowBuildNoise(store.showBuildNoise()),
       m_lastWarningViewMode(store.warningViewMode())
 {
+    installAccessibleInterfaces();
     setObjectName(QStringLiteral("contentView"));
     m_split->setObjectName(QStringLiteral("splitView"));
     m_detail->setObjectName(QStringLiteral("detailColumn"));
