@@ -7,6 +7,7 @@
 #include "WidgetsDesktopPlatform.h"
 
 #include <QClipboard>
+#include <QFileDialog>
 #include <QFileInfo>
 #include <QGuiApplication>
 #include <QListView>
@@ -209,4 +210,26 @@ TEST(WidgetsDesktopPlatform, ClipboardKeepsTheLastTextAndAMissingProgramReportsF
     const QString marker = environment.root() + QStringLiteral("/started");
     ASSERT_TRUE(platform.startDetached(QStringLiteral("/usr/bin/touch"), {marker}));
     EXPECT_TRUE(waitUntil([&] { return QFileInfo::exists(marker); }));
+}
+
+TEST(WidgetsDesktopPlatform, ChooserOffersPlainTextAndLogFilesAndShowsTheMessageInside)
+{
+    const QString message = QStringLiteral("Choose a plain-text Xcode or compiler build log.");
+    const std::unique_ptr<QFileDialog> dialog = WidgetsDesktopPlatform::logFileDialog(message);
+    EXPECT_EQ(dialog->fileMode(), QFileDialog::ExistingFile);
+    EXPECT_EQ(dialog->mimeTypeFilters(), (QStringList{QStringLiteral("text/plain"), QStringLiteral("text/x-log")}));
+    const QStringList filters = dialog->nameFilters();
+    ASSERT_EQ(filters.size(), 2);
+    EXPECT_TRUE(filters.at(1).contains(QStringLiteral("*.log"))) << filters.at(1).toStdString();
+    for (const QString& filter : filters)
+        EXPECT_FALSE(filter.contains(QStringLiteral("(*)"))) << filter.toStdString();
+
+    dialog->show();
+    settle();
+    const auto* label = dialog->findChild<QLabel*>(QStringLiteral("chooserMessage"));
+    ASSERT_NE(label, nullptr);
+    EXPECT_EQ(label->text(), message);
+    EXPECT_TRUE(label->isVisible());
+    EXPECT_NE(dialog->windowTitle(), message);
+    dialog->reject();
 }
