@@ -321,7 +321,40 @@ int runUiBench(const std::vector<std::string>& arguments)
         visibleList.cpuMilliseconds.push_back(threadCpuMilliseconds() - cpuStart);
     }
 
-    for (const Figures* figures : {&selecting, &filtering, &typing, &visibleList}) {
+    // Last, as it adds a build: one error whose message is an enormous
+    // unbroken word, as a damaged or hostile log can hold. Selecting it (and
+    // leaving it for an ordinary one) must not stall the window.
+    Figures hugeSelecting{"select a huge message", {}, {}, {}, {}};
+    Figures hugeLeaving{"leave a huge message", {}, {}, {}, {}};
+    if (const int hugeRuns = runs("huge", 20)) {
+        const qsizetype bytes = arguments.size() > 3 ? std::stoll(arguments[3]) : 5'000'000;
+        QByteArray log = buildLog(100, 0);
+        log += "/a/b.c:1:2: error: " + QByteArray(bytes, 'x') + '\r';
+        QElapsedTimer hugeShow;
+        hugeShow.start();
+        store.captureBuild(log, logPath(home, 3));
+        showResult(window);
+        std::printf("%-28s %.2f ms  (message of %lld bytes)\n", "capture a huge message",
+                    double(hugeShow.nsecsElapsed()) / 1e6, qlonglong(bytes));
+        QUuid huge;
+        QUuid ordinary;
+        for (const BuildDiagnostic& d : store.visibleDiagnostics()) {
+            if (d.message.size() >= bytes)
+                huge = d.id;
+            else
+                ordinary = d.id;
+        }
+        if (huge.isNull() || ordinary.isNull()) {
+            std::fprintf(stderr, "the huge message was not captured\n");
+            return 1;
+        }
+        for (int i = 0; i < hugeRuns; ++i) {
+            timed(hugeLeaving, window, [&] { store.setSelectedDiagnosticID(ordinary); });
+            timed(hugeSelecting, window, [&] { store.setSelectedDiagnosticID(huge); });
+        }
+    }
+
+    for (const Figures* figures : {&selecting, &filtering, &typing, &visibleList, &hugeSelecting, &hugeLeaving}) {
         if (!figures->milliseconds.empty())
             report(*figures);
     }
@@ -330,7 +363,9 @@ int runUiBench(const std::vector<std::string>& arguments)
     return 0;
 }
 
-RegisterBenchCommand reg("ui", "[DIAGNOSTICS [all|select|filter|type [window|views]]]  (default 10000 all window; offscreen unless QT_QPA_PLATFORM is set)",
+RegisterBenchCommand reg("ui",
+                         "[DIAGNOSTICS [all|select|filter|type|huge [window|views [HUGE_MESSAGE_BYTES]]]]  (default "
+                         "10000 all window 5000000; offscreen unless QT_QPA_PLATFORM is set)",
                          runUiBench);
 
 } // namespace

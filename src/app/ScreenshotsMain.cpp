@@ -8,6 +8,7 @@
 #include "BuildStore.h"
 #include "ContentView.h"
 #include "CorvaneApp.h"
+#include "DiagnosticDetailView.h"
 #include "Sidebar.h"
 #include "Theme.h"
 
@@ -18,6 +19,8 @@
 #include <QTemporaryDir>
 #include <QMenu>
 #include <QScreen>
+#include <QScrollArea>
+#include <QScrollBar>
 #include <QSplitter>
 #include <QStandardPaths>
 #include <QThread>
@@ -194,6 +197,20 @@ int main(int argc, char* argv[])
             std::printf("%s\n", qPrintable(path));
         ok &= saved;
     }
+
+    // A message of one word a million letters long: the cards show its head,
+    // wrapped, and end in a note of how much is left out.
+    const QString hugeError = root + QStringLiteral("Generated/Assets.swift:1:2: error: ") + QString(1'000'000, u'x');
+    const QString error = root + QStringLiteral("Feed/FeedView.swift:48:17: error: cannot find 'widgetTitle' in scope");
+    store.captureBuild(lines({hugeError, error}), logPath(QStringLiteral("ExampleApp"), 5));
+    if (auto huge = firstWithMessage(store, QStringLiteral("xxxxxxxx")))
+        store.setSelectedDiagnosticID(huge->id);
+    settle();
+    if (auto* detail = window.findChild<DiagnosticDetailView*>()) {
+        QScrollBar* bar = detail->findChild<QScrollArea*>()->verticalScrollBar();
+        bar->setValue(bar->maximum());
+    }
+    ok &= save(window, out, QStringLiteral("08-long-message.png"));
 
     return ok ? 0 : 1;
 }

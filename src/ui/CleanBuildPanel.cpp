@@ -1,5 +1,6 @@
 #include "CleanBuildPanel.h"
 
+#include "DisplayText.h"
 #include "Theme.h"
 
 #include <QHBoxLayout>
@@ -193,7 +194,9 @@ void CleanBuildPanel::refresh()
         return;
     m_stale = false;
 
-    m_message->setText(m_store.lastWatcherMessage().value_or(QStringLiteral("No matching diagnostics in this build.")));
+    const QString message =
+        m_store.lastWatcherMessage().value_or(QStringLiteral("No matching diagnostics in this build."));
+    m_message->setText(displayText::withBreakHints(displayText::bounded(message, displayText::cardLimit)));
 
     const QList<BuildDiagnostic> fixed =
         m_store.activeComparison().hasBaseline ? m_store.visibleFixedDiagnostics() : QList<BuildDiagnostic>();
@@ -202,7 +205,8 @@ void CleanBuildPanel::refresh()
     for (int i = 0; i < listedFixedLimit; ++i) {
         const bool listed = i < fixed.size();
         m_fixedRows[i]->setVisible(listed);
-        m_fixedMessages[i]->setText(listed ? fixed[i].message : QString());
+        m_fixedMessages[i]->setText(listed ? displayText::bounded(fixed[i].message, displayText::lineLimit)
+                                           : QString());
     }
 }
 

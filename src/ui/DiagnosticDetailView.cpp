@@ -1,5 +1,6 @@
 #include "DiagnosticDetailView.h"
 
+#include "DisplayText.h"
 #include "Theme.h"
 #include "UserCommands.h"
 
@@ -8,10 +9,12 @@
 #include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QMimeData>
 #include <QPainter>
 #include <QPushButton>
 #include <QScrollArea>
 #include <QShortcut>
+#include <QTextDocumentFragment>
 #include <QTextEdit>
 #include <QVBoxLayout>
 #include <QWheelEvent>
@@ -152,6 +155,14 @@ public:
     }
 
 protected:
+    // A selection copies the text as it was, without the hints that let it wrap.
+    QMimeData* createMimeDataFromSelection() const override
+    {
+        auto* data = new QMimeData;
+        data->setText(displayText::withoutBreakHints(textCursor().selection().toPlainText()));
+        return data;
+    }
+
     // Scrolling belongs to the page around it.
     void wheelEvent(QWheelEvent* event) override { event->ignore(); }
 };
@@ -311,10 +322,12 @@ void DiagnosticDetailView::setDiagnostic(const BuildDiagnostic& diagnostic)
         m_severitySymbol->setPixmap(theme::symbolPixmap(style.symbol, style.color, 16, devicePixelRatioF()));
         m_severityWord->setText(rawValue(diagnostic.severity).toUpper());
         theme::setForeground(*m_severityWord, style.color);
-        m_title->setText(diagnostic.diagnosticFileName());
-        m_location->setText(diagnostic.locationLabel());
-        m_message->setPlainText(diagnostic.message);
-        m_rawText->setPlainText(diagnostic.rawText);
+        m_title->setText(displayText::bounded(diagnostic.diagnosticFileName(), displayText::lineLimit));
+        m_location->setText(displayText::bounded(diagnostic.locationLabel(), displayText::lineLimit));
+        m_message->setPlainText(
+            displayText::withBreakHints(displayText::bounded(diagnostic.message, displayText::cardLimit)));
+        m_rawText->setPlainText(
+            displayText::withBreakHints(displayText::bounded(diagnostic.rawText, displayText::cardLimit)));
         m_warningActions->setVisible(diagnostic.severity == DiagnosticSeverity::warning);
         m_openButton->setEnabled(diagnostic.filePath.has_value());
     }

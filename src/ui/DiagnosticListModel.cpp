@@ -1,6 +1,7 @@
 #include "DiagnosticListModel.h"
 
 #include "BuildStore.h"
+#include "DisplayText.h"
 #include "Theme.h"
 
 #include <QCollator>
@@ -240,7 +241,9 @@ QVariant DiagnosticListModel::data(const QModelIndex& index, int role) const
     case Qt::DisplayRole:
         return textAt(row);
     case Qt::ToolTipRole:
-        return d ? QVariant(d->message) : QVariant();
+        return d ? QVariant(displayText::bounded(d->message, displayText::lineLimit)) : QVariant();
+    case Qt::AccessibleTextRole:
+        return d ? displayText::bounded(d->message, displayText::lineLimit) : textAt(row);
     case Qt::AccessibleDescriptionRole:
         return accessibleDescriptionAt(row);
     case RowKindRole:

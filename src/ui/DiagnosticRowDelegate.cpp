@@ -1,6 +1,7 @@
 #include "DiagnosticRowDelegate.h"
 
 #include "DiagnosticListModel.h"
+#include "DisplayText.h"
 #include "Theme.h"
 
 #include <QPainter>
@@ -78,11 +79,12 @@ int DiagnosticRowDelegate::messageWidth(int rowWidth, const QString& badge) cons
     return qMax(width, 20);
 }
 
-int DiagnosticRowDelegate::messageAdvance(const QUuid& id, const QString& message) const
+int DiagnosticRowDelegate::messageAdvance(const QUuid& id, const QString& fullMessage) const
 {
     auto it = m_advances.constFind(id);
     if (it != m_advances.cend())
         return *it;
+    const QString message = displayText::bounded(fullMessage, displayText::lineLimit);
     if (m_advances.size() >= advanceCacheLimit)
         m_advances.clear();
     int advance = 0;
@@ -248,11 +250,11 @@ const DiagnosticRowDelegate::RowText& DiagnosticRowDelegate::rowText(const Build
         result.prepare(QTransform(), font);
         return result;
     };
+    QString message = displayText::bounded(d.message, displayText::lineLimit);
     if (!twoLines) {
-        text->first = prepared(d.message, m_messageFont);
+        text->first = prepared(message, m_messageFont);
         text->firstWidth = int(std::ceil(text->first.size().width()));
     } else {
-        QString message = d.message;
         message.replace(u'\n', QChar::LineSeparator);
         QTextLayout layout(message, m_messageFont);
         QTextOption textOption;

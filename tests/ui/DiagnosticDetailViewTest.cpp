@@ -1,7 +1,10 @@
 #include "DiagnosticDetailView.h"
 #include "DiagnosticViewFixtures.h"
+#include "DisplayText.h"
 #include "Theme.h"
 
+#include <QClipboard>
+#include <QGuiApplication>
 #include <QTest>
 #include <QTextEdit>
 
@@ -173,4 +176,33 @@ TEST(DiagnosticDetailView, CopiesTheShownDiagnosticsTexts)
     EXPECT_EQ(f.platform.clipboardWrites, 3);
     EXPECT_EQ(f.platform.clipboard, f.view.diagnostic().chatGPTPrompt());
     EXPECT_TRUE(f.platform.clipboard.contains(QStringLiteral("File: Unknown")));
+}
+
+TEST(DiagnosticDetailView, ShowsAHugeUnbrokenMessageCutShortAndCopiesItWhole)
+{
+    DetailFixture f;
+    const QString word(2'000'000, u'x');
+    f.captureBuild({QStringLiteral("/a/b.c:1:2: error: ") + word});
+    f.show(word);
+
+    const QList<QTextEdit*> cards = f.view.findChildren<QTextEdit*>();
+    ASSERT_EQ(cards.size(), 2);
+    for (QTextEdit* card : cards) {
+        const QString shown = displayText::withoutBreakHints(card->toPlainText());
+        EXPECT_LT(shown.size(), displayText::cardLimit + 40);
+        EXPECT_TRUE(shown.contains(QString(1000, u'x')));
+        EXPECT_TRUE(shown.contains(u"x… (")) << shown.right(60).toStdString();
+        EXPECT_TRUE(shown.endsWith(u" more characters)"));
+        // The word wraps inside the card, over many lines.
+        EXPECT_LE(card->document()->idealWidth(), card->viewport()->width());
+        EXPECT_GT(card->height(), 20 * QFontMetrics(card->font()).lineSpacing());
+
+        // Selecting the text copies what is shown, without the wrapping hints.
+        card->selectAll();
+        card->copy();
+        EXPECT_EQ(QGuiApplication::clipboard()->text(), shown);
+    }
+
+    f.press(QStringLiteral("Copy Clean Error"));
+    EXPECT_EQ(f.platform.clipboard, QStringLiteral("/a/b.c:1:2\nERROR: ") + word);
 }
