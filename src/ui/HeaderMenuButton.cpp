@@ -58,7 +58,7 @@ void HeaderMenuButton::paintEvent(QPaintEvent*)
     if (isDown() || underMouse())
         fill = fill.lighter(118);
     theme::paintRoundedPanel(painter, bounds, 8, fill,
-                             m_keyboardFocus.showsRing(*this) ? theme::withOpacity(theme::cyan(), 0.6)
+                             m_keyboardFocus->showsRing() ? theme::withOpacity(theme::cyan(), 0.6)
                                                               : m_content.outline);
 
     // Centred as a group, so a fixed-size button keeps its symbol in the middle.
@@ -80,18 +80,6 @@ void HeaderMenuButton::paintEvent(QPaintEvent*)
     }
     if (!m_content.trailingSymbol.isEmpty())
         symbolAt(m_content.trailingSymbol, m_content.trailingSize);
-}
-
-void HeaderMenuButton::focusInEvent(QFocusEvent* event)
-{
-    m_keyboardFocus.focusIn(*event);
-    QToolButton::focusInEvent(event);
-}
-
-void HeaderMenuButton::focusOutEvent(QFocusEvent* event)
-{
-    m_keyboardFocus.focusOut(*event);
-    QToolButton::focusOutEvent(event);
 }
 
 } // namespace corvane

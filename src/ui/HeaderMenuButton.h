@@ -39,11 +39,9 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
-    void focusInEvent(QFocusEvent* event) override;
-    void focusOutEvent(QFocusEvent* event) override;
 
 private:
-    KeyboardFocus m_keyboardFocus;
+    KeyboardFocus* m_keyboardFocus = new KeyboardFocus(this);
     Content m_content;
 };
 

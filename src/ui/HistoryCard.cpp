@@ -75,7 +75,7 @@ void HistoryCard::paintEvent(QPaintEvent*)
     if (!m_isActive && underMouse())
         fill = theme::white(0.05);
     QColor outline = m_isActive ? theme::withOpacity(theme::cyan(), 0.35) : theme::white(0.06);
-    if (m_keyboardFocus.showsRing(*this))
+    if (m_keyboardFocus->showsRing())
         outline = theme::withOpacity(theme::cyan(), 0.7);
     theme::paintRoundedPanel(painter, bounds, 10, fill, outline);
 
@@ -141,18 +141,6 @@ void HistoryCard::paintEvent(QPaintEvent*)
     painter.setPen(status);
     painter.drawText(QRectF(content.left(), y, content.width(), line3), Qt::AlignLeft | Qt::AlignVCenter,
                      summaryText(m_errorCount, m_warningCount));
-}
-
-void HistoryCard::focusInEvent(QFocusEvent* event)
-{
-    m_keyboardFocus.focusIn(*event);
-    QAbstractButton::focusInEvent(event);
-}
-
-void HistoryCard::focusOutEvent(QFocusEvent* event)
-{
-    m_keyboardFocus.focusOut(*event);
-    QAbstractButton::focusOutEvent(event);
 }
 
 } // namespace corvane

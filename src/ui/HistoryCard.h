@@ -31,11 +31,9 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
-    void focusInEvent(QFocusEvent* event) override;
-    void focusOutEvent(QFocusEvent* event) override;
 
 private:
-    KeyboardFocus m_keyboardFocus;
+    KeyboardFocus* m_keyboardFocus = new KeyboardFocus(this);
     static QString summaryText(qsizetype errors, qsizetype warnings);
     static QColor statusColor(qsizetype errors, qsizetype warnings);
 

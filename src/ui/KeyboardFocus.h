@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QEvent>
 #include <QFocusEvent>
+#include <QObject>
 #include <QWidget>
 
 namespace corvane {
@@ -9,30 +11,30 @@ namespace corvane {
 // focus ring only then: focus given at launch or by a click is no reason
 // to look selected. A menu or another window taking focus for a while
 // leaves the ring as it was.
-class KeyboardFocus {
+class KeyboardFocus : public QObject {
 public:
-    void focusIn(const QFocusEvent& event)
+    explicit KeyboardFocus(QWidget* control) : QObject(control), m_control(*control)
     {
-        switch (event.reason()) {
-        case Qt::TabFocusReason:
-        case Qt::BacktabFocusReason:
-            m_fromKeyboard = true;
-            break;
-        case Qt::PopupFocusReason:
-        case Qt::ActiveWindowFocusReason:
-            break;
-        default:
-            m_fromKeyboard = false;
-        }
+        control->installEventFilter(this);
     }
-    void focusOut(const QFocusEvent& event)
+
+    bool showsRing() const { return m_fromKeyboard && m_control.hasFocus(); }
+
+protected:
+    bool eventFilter(QObject*, QEvent* event) override
     {
-        if (event.reason() != Qt::PopupFocusReason && event.reason() != Qt::ActiveWindowFocusReason)
-            m_fromKeyboard = false;
+        if (event->type() != QEvent::FocusIn && event->type() != QEvent::FocusOut)
+            return false;
+        const Qt::FocusReason reason = static_cast<QFocusEvent*>(event)->reason();
+        if (reason == Qt::PopupFocusReason || reason == Qt::ActiveWindowFocusReason)
+            return false;
+        m_fromKeyboard =
+            event->type() == QEvent::FocusIn && (reason == Qt::TabFocusReason || reason == Qt::BacktabFocusReason);
+        return false;
     }
-    bool showsRing(const QWidget& widget) const { return m_fromKeyboard && widget.hasFocus(); }
 
 private:
+    QWidget& m_control;
     bool m_fromKeyboard = false;
 };
 

@@ -25,7 +25,7 @@ void PickerBox::paintEvent(QPaintEvent*)
     if (underMouse())
         fill = fill.lighter(118);
     theme::paintRoundedPanel(painter, bounds, 8, fill,
-                             m_keyboardFocus.showsRing(*this) ? theme::withOpacity(theme::cyan(), 0.6) : theme::edge());
+                             m_keyboardFocus->showsRing() ? theme::withOpacity(theme::cyan(), 0.6) : theme::edge());
 
     const qreal chevron = 9;
     const QRectF textRect = bounds.adjusted(11, 0, -(11 + chevron + 6), 0);
@@ -35,18 +35,6 @@ void PickerBox::paintEvent(QPaintEvent*)
                      fontMetrics().elidedText(currentText(), Qt::ElideRight, int(textRect.width())));
     theme::drawSymbol(painter, QStringLiteral("chevron.up.chevron.down"), theme::secondaryText(),
                       QRectF(bounds.right() - 11 - chevron, bounds.center().y() - chevron / 2, chevron, chevron));
-}
-
-void PickerBox::focusInEvent(QFocusEvent* event)
-{
-    m_keyboardFocus.focusIn(*event);
-    QComboBox::focusInEvent(event);
-}
-
-void PickerBox::focusOutEvent(QFocusEvent* event)
-{
-    m_keyboardFocus.focusOut(*event);
-    QComboBox::focusOutEvent(event);
 }
 
 } // namespace corvane

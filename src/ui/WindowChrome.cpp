@@ -87,6 +87,16 @@ private:
     Glyph m_glyph;
 };
 
+// The edge a coordinate lies within `reach` of, if any.
+Qt::Edges edgeNear(int value, int length, int reach, Qt::Edge low, Qt::Edge high)
+{
+    if (value < reach)
+        return low;
+    if (value >= length - reach)
+        return high;
+    return {};
+}
+
 Qt::CursorShape resizeCursor(Qt::Edges edges)
 {
     if (edges == (Qt::TopEdge | Qt::LeftEdge) || edges == (Qt::BottomEdge | Qt::RightEdge))
@@ -144,21 +154,14 @@ WindowChrome::Hit WindowChrome::hitTest(QPoint pos) const
     if (!(m_window.windowState() & (Qt::WindowMaximized | Qt::WindowFullScreen))) {
         const int width = m_window.width();
         const int height = m_window.height();
-        Qt::Edges edges;
-        if (pos.x() < resizeBorder || pos.x() >= width - resizeBorder) {
-            edges |= pos.x() < resizeBorder ? Qt::LeftEdge : Qt::RightEdge;
-            if (pos.y() < cornerReach)
-                edges |= Qt::TopEdge;
-            else if (pos.y() >= height - cornerReach)
-                edges |= Qt::BottomEdge;
-        }
-        if (pos.y() < resizeBorder || pos.y() >= height - resizeBorder) {
-            edges |= pos.y() < resizeBorder ? Qt::TopEdge : Qt::BottomEdge;
-            if (pos.x() < cornerReach)
-                edges |= Qt::LeftEdge;
-            else if (pos.x() >= width - cornerReach)
-                edges |= Qt::RightEdge;
-        }
+        const Qt::Edges across = edgeNear(pos.x(), width, resizeBorder, Qt::LeftEdge, Qt::RightEdge);
+        const Qt::Edges down = edgeNear(pos.y(), height, resizeBorder, Qt::TopEdge, Qt::BottomEdge);
+        Qt::Edges edges = across | down;
+        // Close to a corner, an edge's band resizes both of its edges.
+        if (across)
+            edges |= edgeNear(pos.y(), height, cornerReach, Qt::TopEdge, Qt::BottomEdge);
+        if (down)
+            edges |= edgeNear(pos.x(), width, cornerReach, Qt::LeftEdge, Qt::RightEdge);
         if (edges)
             return {Area::resize, edges};
     }
