@@ -1,5 +1,6 @@
 #include "HeaderMenuButton.h"
 
+#include "AccessibleInterfaces.h"
 #include "Theme.h"
 
 #include <QFontMetricsF>
@@ -11,6 +12,8 @@ namespace corvane {
 
 HeaderMenuButton::HeaderMenuButton(QWidget* parent) : QToolButton(parent)
 {
+    // Before anything is announced about the button, which makes its interface.
+    installAccessibleInterfaces();
     setPopupMode(QToolButton::InstantPopup);
     setCursor(Qt::PointingHandCursor);
     setFocusPolicy(Qt::StrongFocus);

@@ -1,5 +1,6 @@
 #include "PickerBox.h"
 
+#include "AccessibleInterfaces.h"
 #include "Theme.h"
 
 #include <QPainter>
@@ -8,6 +9,8 @@ namespace corvane {
 
 PickerBox::PickerBox(int width, const QString& accessibleName, QWidget* parent) : QComboBox(parent)
 {
+    // Before the name below is announced, which makes the interface.
+    installAccessibleInterfaces();
     setFixedSize(width, 30);
     setAccessibleName(accessibleName);
     setFont(theme::font(12));
