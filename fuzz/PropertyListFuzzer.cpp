@@ -1,7 +1,8 @@
 // Feeds arbitrary bytes to the property-list reader and to the two archive
 // readers built on it. Beyond not crashing, whatever is read must survive a
 // write and a second read unchanged.
-#include "BinaryPropertyList.h"
+#include "BinaryPropertyListReader.h"
+#include "BinaryPropertyListWriter.h"
 #include "BuildHistoryPersistence.h"
 #include "DiagnosticPreferencesPersistence.h"
 
@@ -14,11 +15,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 {
     const QByteArrayView bytes(data, qsizetype(size));
 
-    if (const Result<PropertyListValue> value = BinaryPropertyList::decode(bytes)) {
+    if (const Result<PropertyListValue> value = BinaryPropertyListReader::decode(bytes)) {
         // Compared as bytes: a NaN read from the input never equals itself.
-        const QByteArray written = BinaryPropertyList::encode(value.value());
-        const Result<PropertyListValue> again = BinaryPropertyList::decode(written);
-        if (!again || BinaryPropertyList::encode(again.value()) != written)
+        const QByteArray written = BinaryPropertyListWriter::encode(value.value());
+        const Result<PropertyListValue> again = BinaryPropertyListReader::decode(written);
+        if (!again || BinaryPropertyListWriter::encode(again.value()) != written)
             std::abort();
     }
 

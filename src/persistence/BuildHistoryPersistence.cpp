@@ -1,6 +1,6 @@
 #include "BuildHistoryPersistence.h"
 
-#include "BinaryPropertyList.h"
+#include "BinaryPropertyListWriter.h"
 #include "PropertyListRecords.h"
 #include "StorageDirectory.h"
 #include "StorageFile.h"
@@ -45,53 +45,21 @@ PropertyListValue archiveValue(const BuildHistoryArchive& archive)
 
 QByteArray BuildHistoryPersistence::encodeArchive(const BuildHistoryArchive& archive)
 {
-    return BinaryPropertyList::encode(archiveValue(archive));
+    return BinaryPropertyListWriter::encode(archiveValue(archive));
 }
 
 Result<BuildHistoryArchive> BuildHistoryPersistence::decodeArchive(QByteArrayView bytes)
 {
-    Result<PropertyListValue> decoded = BinaryPropertyList::decode(bytes);
-    if (!decoded)
-        return decoded.error();
-
-    PropertyListRecords records;
-    const auto failure = [&records] {
-        return Error{BinaryPropertyList::errorDomain, 0, records.failure()};
-    };
-    const PropertyListValue& root = decoded.value();
-    const PropertyListValue::Dictionary* entries = records.dictionary(root, u"history archive");
-    if (!entries)
-        return failure();
-
     BuildHistoryArchive archive;
-    enum : unsigned { version = 1, savedAt = 2, sessions = 4, all = 7 };
-    unsigned seen = 0;
-    for (const auto& [key, item] : *entries) {
-        bool ok = true;
-        if (key == u"version") {
-            ok = records.readInteger(item, key, archive.version);
-            seen |= version;
-        } else if (key == u"savedAt") {
-            ok = records.readTime(item, key, archive.savedAt);
-            seen |= savedAt;
-        } else if (key == u"sessions") {
-            const PropertyListValue::Array* list = item.array();
-            if (!list)
-                return Error{BinaryPropertyList::errorDomain, 0,
-                             QStringLiteral("\"sessions\" is not an array.")};
-            archive.sessions.resize(qsizetype(list->size()));
-            for (size_t i = 0; i < list->size() && ok; ++i)
-                ok = records.decode((*list)[i], archive.sessions[qsizetype(i)]);
-            seen |= sessions;
-        }
-        if (!ok)
-            return failure();
-    }
-    if (seen != all) {
-        records.missing(!(seen & version) ? u"version" : !(seen & savedAt) ? u"savedAt" : u"sessions",
-                        u"history archive");
-        return failure();
-    }
+    const Result<void> read =
+        PropertyListRecords::readFile(bytes, [&archive](PropertyListRecords& records, const PropertyListValue& root) {
+            return records.readRecord(root, u"history archive",
+                                      {{u"version", records.required, records.integer(archive.version)},
+                                       {u"savedAt", records.required, records.time(archive.savedAt)},
+                                       {u"sessions", records.required, records.list(archive.sessions)}});
+        });
+    if (!read)
+        return read.error();
     return archive;
 }
 
@@ -129,11 +97,10 @@ Result<void> BuildHistoryPersistence::save(const QList<BuildSession>& sessions) 
         return folder.error();
     const QString path = folder.value() + u'/' + fileName;
 
-    const PropertyListValue archive =
-        archiveValue({1, AbsoluteTime::now(), firstSessions(sessions)});
+    const PropertyListValue archive = archiveValue({1, AbsoluteTime::now(), firstSessions(sessions)});
     // Streamed into the file rather than built whole in memory first.
     const Result<void> written = StorageFile::writeAtomically(
-        path, [&archive](QIODevice& file) { return BinaryPropertyList::write(archive, file); });
+        path, [&archive](QIODevice& file) { return BinaryPropertyListWriter::write(archive, file); });
     if (!written)
         return written;
 

@@ -1,6 +1,6 @@
 #include "DiagnosticPreferencesPersistence.h"
 
-#include "BinaryPropertyList.h"
+#include "BinaryPropertyListWriter.h"
 #include "PropertyListRecords.h"
 #include "StorageDirectory.h"
 #include "StorageFile.h"
@@ -20,23 +20,6 @@ PropertyListValue encodeKeys(const QSet<DiagnosticPreferenceKey>& keys)
     return PropertyListValue(std::move(array));
 }
 
-bool decodeKeys(PropertyListRecords& records, const PropertyListValue& value,
-                QSet<DiagnosticPreferenceKey>& out)
-{
-    const PropertyListValue::Array* array = value.array();
-    if (!array)
-        return false;
-    out.clear();
-    out.reserve(qsizetype(array->size()));
-    for (const PropertyListValue& element : *array) {
-        DiagnosticPreferenceKey preference;
-        if (!records.decode(element, preference))
-            return false;
-        out.insert(preference);
-    }
-    return true;
-}
-
 } // namespace
 
 QByteArray DiagnosticPreferencesPersistence::encodeArchive(const DiagnosticPreferencesArchive& archive)
@@ -45,47 +28,22 @@ QByteArray DiagnosticPreferencesPersistence::encodeArchive(const DiagnosticPrefe
     root.emplace_back(QStringLiteral("version"), PropertyListValue(archive.version));
     root.emplace_back(QStringLiteral("pinned"), encodeKeys(archive.pinned));
     root.emplace_back(QStringLiteral("ignored"), encodeKeys(archive.ignored));
-    return BinaryPropertyList::encode(PropertyListValue(std::move(root)));
+    return BinaryPropertyListWriter::encode(PropertyListValue(std::move(root)));
 }
 
 Result<DiagnosticPreferencesArchive> DiagnosticPreferencesPersistence::decodeArchive(QByteArrayView bytes)
 {
-    Result<PropertyListValue> decoded = BinaryPropertyList::decode(bytes);
-    if (!decoded)
-        return decoded.error();
-
-    PropertyListRecords records;
-    const auto failure = [&records](QString reason = {}) {
-        return Error{BinaryPropertyList::errorDomain, 0,
-                     reason.isEmpty() ? records.failure() : reason};
-    };
-    const PropertyListValue::Dictionary* entries =
-        records.dictionary(decoded.value(), u"preferences archive");
-    if (!entries)
-        return failure();
-
     DiagnosticPreferencesArchive archive;
-    enum : unsigned { version = 1, pinned = 2, ignored = 4, all = 7 };
-    unsigned seen = 0;
-    for (const auto& [key, item] : *entries) {
-        if (key == u"version") {
-            // Any number will do; only its type is checked.
-            if (!records.readInteger(item, key, archive.version))
-                return failure();
-            seen |= version;
-        } else if (key == u"pinned" || key == u"ignored") {
-            const bool isPinned = key == u"pinned";
-            if (!decodeKeys(records, item, isPinned ? archive.pinned : archive.ignored))
-                return failure(item.array() ? QString()
-                                            : QStringLiteral("\"%1\" is not an array.").arg(key));
-            seen |= isPinned ? pinned : ignored;
-        }
-    }
-    if (seen != all) {
-        records.missing(!(seen & version) ? u"version" : !(seen & pinned) ? u"pinned" : u"ignored",
-                        u"preferences archive");
-        return failure();
-    }
+    // Any version will do; only its type is checked.
+    const Result<void> read =
+        PropertyListRecords::readFile(bytes, [&archive](PropertyListRecords& records, const PropertyListValue& root) {
+            return records.readRecord(root, u"preferences archive",
+                                      {{u"version", records.required, records.integer(archive.version)},
+                                       {u"pinned", records.required, records.list(archive.pinned)},
+                                       {u"ignored", records.required, records.list(archive.ignored)}});
+        });
+    if (!read)
+        return read.error();
     return archive;
 }
 

@@ -1,8 +1,13 @@
 #include "PropertyListRecords.h"
 
+#include "BinaryPropertyListReader.h"
+
+#include <algorithm>
 #include <array>
 
 namespace corvane {
+
+using namespace Qt::StringLiterals;
 
 namespace {
 
@@ -186,56 +191,111 @@ bool PropertyListRecords::fail(QString reason)
     return false;
 }
 
-bool PropertyListRecords::missing(QStringView key, QStringView record)
+Result<void> PropertyListRecords::readFile(
+    QByteArrayView bytes, const std::function<bool(PropertyListRecords&, const PropertyListValue&)>& read)
 {
-    return fail(QStringLiteral("The %1 lacks the key \"%2\".").arg(record, key));
+    const Result<PropertyListValue> decoded = BinaryPropertyListReader::decode(bytes);
+    if (!decoded)
+        return decoded.error();
+    PropertyListRecords records;
+    if (!read(records, decoded.value()))
+        return Error{BinaryPropertyListReader::errorDomain, 0, records.failure()};
+    return {};
 }
 
-const Dictionary* PropertyListRecords::dictionary(const PropertyListValue& value, QStringView what)
+bool PropertyListRecords::readRecord(const PropertyListValue& value, QStringView record,
+                                     std::initializer_list<Field> fields)
 {
-    const Dictionary* d = value.dictionary();
-    if (!d)
-        fail(QStringLiteral("The %1 is not a dictionary.").arg(what));
-    return d;
-}
-
-bool PropertyListRecords::readInteger(const PropertyListValue& value, QStringView key, qint64& out)
-{
-    const qint64* integer = value.integer();
-    if (!integer)
-        return fail(QStringLiteral("\"%1\" is not an integer.").arg(key));
-    out = *integer;
+    const Dictionary* entries = value.dictionary();
+    if (!entries)
+        return fail(QStringLiteral("The %1 is not a dictionary.").arg(record));
+    quint32 seen = 0;
+    for (const auto& [key, item] : *entries) {
+        const auto field = std::find_if(fields.begin(), fields.end(), [&key](const Field& f) { return f.key == key; });
+        if (field == fields.end())
+            continue;
+        if (!field->read(item, key))
+            return false;
+        seen |= 1u << (field - fields.begin());
+    }
+    for (auto field = fields.begin(); field != fields.end(); ++field) {
+        if (field->required && !(seen & (1u << (field - fields.begin()))))
+            return fail(QStringLiteral("The %1 lacks the key \"%2\".").arg(record, field->key));
+    }
     return true;
 }
 
-bool PropertyListRecords::readBoolean(const PropertyListValue& value, QStringView key, bool& out)
+const PropertyListValue::Array* PropertyListRecords::array(const PropertyListValue& value, QStringView key)
 {
-    const bool* boolean = value.boolean();
-    if (!boolean)
-        return fail(QStringLiteral("\"%1\" is not a boolean.").arg(key));
-    out = *boolean;
+    const PropertyListValue::Array* elements = value.array();
+    if (!elements)
+        fail(QStringLiteral("\"%1\" is not an array.").arg(key));
+    return elements;
+}
+
+template <typename T>
+bool PropertyListRecords::take(const T* value, QStringView key, QLatin1StringView kind, T& out)
+{
+    if (!value)
+        return fail(QStringLiteral("\"%1\" is not %2.").arg(key, kind));
+    out = *value;
     return true;
 }
 
-bool PropertyListRecords::readTime(const PropertyListValue& value, QStringView key, AbsoluteTime& out)
+PropertyListRecords::Read PropertyListRecords::integer(qint64& out)
 {
-    const PropertyListValue::Date* date = value.date();
-    if (!date)
-        return fail(QStringLiteral("\"%1\" is not a date.").arg(key));
-    out.secondsSinceReferenceDate = date->secondsSinceReferenceDate;
-    return true;
+    return [this, &out](const PropertyListValue& item, QStringView key) {
+        return take(item.integer(), key, "an integer"_L1, out);
+    };
 }
 
-bool PropertyListRecords::readString(const PropertyListValue& value, QStringView key, QString& out)
+PropertyListRecords::Read PropertyListRecords::integer(std::optional<qint64>& out)
 {
-    const QString* string = value.string();
-    if (!string)
-        return fail(QStringLiteral("\"%1\" is not a string.").arg(key));
-    out = *string;
-    return true;
+    out.reset();
+    return [this, &out](const PropertyListValue& item, QStringView key) {
+        return take(item.integer(), key, "an integer"_L1, out.emplace());
+    };
 }
 
-bool PropertyListRecords::readUuid(const PropertyListValue& value, QStringView key, QUuid& out)
+PropertyListRecords::Read PropertyListRecords::boolean(bool& out)
+{
+    return [this, &out](const PropertyListValue& item, QStringView key) {
+        return take(item.boolean(), key, "a boolean"_L1, out);
+    };
+}
+
+PropertyListRecords::Read PropertyListRecords::text(QString& out)
+{
+    return [this, &out](const PropertyListValue& item, QStringView key) {
+        return take(item.string(), key, "a string"_L1, out);
+    };
+}
+
+PropertyListRecords::Read PropertyListRecords::text(std::optional<QString>& out)
+{
+    out.reset();
+    return [this, &out](const PropertyListValue& item, QStringView key) {
+        return take(item.string(), key, "a string"_L1, out.emplace());
+    };
+}
+
+PropertyListRecords::Read PropertyListRecords::time(AbsoluteTime& out)
+{
+    return [this, &out](const PropertyListValue& item, QStringView key) {
+        PropertyListValue::Date date;
+        if (!take(item.date(), key, "a date"_L1, date))
+            return false;
+        out.secondsSinceReferenceDate = date.secondsSinceReferenceDate;
+        return true;
+    };
+}
+
+PropertyListRecords::Read PropertyListRecords::uuid(QUuid& out)
+{
+    return [this, &out](const PropertyListValue& item, QStringView key) { return readElement(item, key, out); };
+}
+
+bool PropertyListRecords::readElement(const PropertyListValue& value, QStringView key, QUuid& out)
 {
     const QString* string = value.string();
     const std::optional<QUuid> uuid = string ? uuidFromCanonicalText(*string) : std::nullopt;
@@ -245,224 +305,66 @@ bool PropertyListRecords::readUuid(const PropertyListValue& value, QStringView k
     return true;
 }
 
-bool PropertyListRecords::readSeverity(const PropertyListValue& value, DiagnosticSeverity& out)
+PropertyListRecords::Read PropertyListRecords::severity(DiagnosticSeverity& out)
 {
-    const QString* string = value.string();
-    const std::optional<DiagnosticSeverity> severity =
-        string ? severityFromRawValue(*string) : std::nullopt;
-    if (!severity)
-        return fail(QStringLiteral("\"severity\" is not one of error, warning or note."));
-    out = *severity;
-    return true;
+    return [this, &out](const PropertyListValue& item, QStringView) {
+        const QString* string = item.string();
+        const std::optional<DiagnosticSeverity> severity = string ? severityFromRawValue(*string) : std::nullopt;
+        if (!severity)
+            return fail(QStringLiteral("\"severity\" is not one of error, warning or note."));
+        out = *severity;
+        return true;
+    };
 }
 
 bool PropertyListRecords::decode(const PropertyListValue& value, BuildDiagnostic& out)
 {
-    const Dictionary* entries = dictionary(value, u"diagnostic");
-    if (!entries)
-        return false;
-    enum : unsigned { id = 1, severity = 2, message = 4, rawText = 8, timestamp = 16, all = 31 };
-    unsigned seen = 0;
-    out.filePath.reset();
-    out.line.reset();
-    out.column.reset();
-    for (const auto& [key, item] : *entries) {
-        bool ok = true;
-        if (key == u"id") {
-            ok = readUuid(item, key, out.id);
-            seen |= id;
-        } else if (key == u"severity") {
-            ok = readSeverity(item, out.severity);
-            seen |= severity;
-        } else if (key == u"message") {
-            ok = readString(item, key, out.message);
-            seen |= message;
-        } else if (key == u"filePath") {
-            ok = readString(item, key, out.filePath.emplace());
-        } else if (key == u"line") {
-            ok = readInteger(item, key, out.line.emplace());
-        } else if (key == u"column") {
-            ok = readInteger(item, key, out.column.emplace());
-        } else if (key == u"rawText") {
-            ok = readString(item, key, out.rawText);
-            seen |= rawText;
-        } else if (key == u"timestamp") {
-            ok = readTime(item, key, out.timestamp);
-            seen |= timestamp;
-        }
-        if (!ok)
-            return false;
-    }
-    if (seen != all) {
-        const auto absent = [&](unsigned bit) { return !(seen & bit); };
-        return missing(absent(id)          ? u"id"
-                       : absent(severity)  ? u"severity"
-                       : absent(message)   ? u"message"
-                       : absent(rawText)   ? u"rawText"
-                                           : u"timestamp",
-                       u"diagnostic");
-    }
-    return true;
+    return readRecord(value, u"diagnostic",
+                      {{u"id", required, uuid(out.id)},
+                       {u"severity", required, severity(out.severity)},
+                       {u"message", required, text(out.message)},
+                       {u"filePath", optional, text(out.filePath)},
+                       {u"line", optional, integer(out.line)},
+                       {u"column", optional, integer(out.column)},
+                       {u"rawText", required, text(out.rawText)},
+                       {u"timestamp", required, time(out.timestamp)}});
 }
 
 bool PropertyListRecords::decode(const PropertyListValue& value, BuildComparison& out)
 {
-    const Dictionary* entries = dictionary(value, u"comparison");
-    if (!entries)
-        return false;
-    enum : unsigned { hasBaseline = 1, newIDs = 2, fixed = 4, all = 7 };
-    unsigned seen = 0;
-    for (const auto& [key, item] : *entries) {
-        if (key == u"hasBaseline") {
-            if (!readBoolean(item, key, out.hasBaseline))
-                return false;
-            seen |= hasBaseline;
-        } else if (key == u"newDiagnosticIDs") {
-            const PropertyListValue::Array* ids = item.array();
-            if (!ids)
-                return fail(QStringLiteral("\"newDiagnosticIDs\" is not an array."));
-            out.newDiagnosticIDs.clear();
-            out.newDiagnosticIDs.reserve(qsizetype(ids->size()));
-            for (const PropertyListValue& element : *ids) {
-                QUuid uuid;
-                if (!readUuid(element, key, uuid))
-                    return false;
-                out.newDiagnosticIDs.insert(uuid);
-            }
-            seen |= newIDs;
-        } else if (key == u"fixedDiagnostics") {
-            const PropertyListValue::Array* diagnostics = item.array();
-            if (!diagnostics)
-                return fail(QStringLiteral("\"fixedDiagnostics\" is not an array."));
-            out.fixedDiagnostics.clear();
-            out.fixedDiagnostics.resize(qsizetype(diagnostics->size()));
-            for (size_t i = 0; i < diagnostics->size(); ++i) {
-                if (!decode((*diagnostics)[i], out.fixedDiagnostics[qsizetype(i)]))
-                    return false;
-            }
-            seen |= fixed;
-        }
-    }
-    if (seen != all)
-        return missing(!(seen & hasBaseline) ? u"hasBaseline"
-                       : !(seen & newIDs)    ? u"newDiagnosticIDs"
-                                             : u"fixedDiagnostics",
-                       u"comparison");
-    return true;
+    return readRecord(value, u"comparison",
+                      {{u"hasBaseline", required, boolean(out.hasBaseline)},
+                       {u"newDiagnosticIDs", required, list(out.newDiagnosticIDs)},
+                       {u"fixedDiagnostics", required, list(out.fixedDiagnostics)}});
 }
 
 bool PropertyListRecords::decode(const PropertyListValue& value, BuildSession& out)
 {
-    const Dictionary* entries = dictionary(value, u"session");
-    if (!entries)
-        return false;
-    enum : unsigned {
-        id = 1, startedAt = 2, diagnostics = 4, sourceName = 8, projectName = 16, comparison = 32,
-        all = 63
-    };
-    unsigned seen = 0;
-    out.activityLogPath.reset();
-    for (const auto& [key, item] : *entries) {
-        bool ok = true;
-        if (key == u"id") {
-            ok = readUuid(item, key, out.id);
-            seen |= id;
-        } else if (key == u"startedAt") {
-            ok = readTime(item, key, out.startedAt);
-            seen |= startedAt;
-        } else if (key == u"diagnostics") {
-            const PropertyListValue::Array* list = item.array();
-            if (!list)
-                return fail(QStringLiteral("\"diagnostics\" is not an array."));
-            out.diagnostics.clear();
-            out.diagnostics.resize(qsizetype(list->size()));
-            for (size_t i = 0; i < list->size() && ok; ++i)
-                ok = decode((*list)[i], out.diagnostics[qsizetype(i)]);
-            seen |= diagnostics;
-        } else if (key == u"sourceName") {
-            ok = readString(item, key, out.sourceName);
-            seen |= sourceName;
-        } else if (key == u"projectName") {
-            ok = readString(item, key, out.projectName);
-            seen |= projectName;
-        } else if (key == u"activityLogPath") {
-            ok = readString(item, key, out.activityLogPath.emplace());
-        } else if (key == u"comparison") {
-            out.comparison = BuildComparison::empty();
-            ok = decode(item, out.comparison);
-            seen |= comparison;
-        }
-        if (!ok)
-            return false;
-    }
-    if (seen != all) {
-        const auto absent = [&](unsigned bit) { return !(seen & bit); };
-        return missing(absent(id)            ? u"id"
-                       : absent(startedAt)   ? u"startedAt"
-                       : absent(diagnostics) ? u"diagnostics"
-                       : absent(sourceName)  ? u"sourceName"
-                       : absent(projectName) ? u"projectName"
-                                             : u"comparison",
-                       u"session");
-    }
-    return true;
+    return readRecord(value, u"session",
+                      {{u"id", required, uuid(out.id)},
+                       {u"startedAt", required, time(out.startedAt)},
+                       {u"diagnostics", required, list(out.diagnostics)},
+                       {u"sourceName", required, text(out.sourceName)},
+                       {u"projectName", required, text(out.projectName)},
+                       {u"activityLogPath", optional, text(out.activityLogPath)},
+                       {u"comparison", required, record(out.comparison)}});
 }
 
 bool PropertyListRecords::decode(const PropertyListValue& value, DiagnosticSignature& out)
 {
-    const Dictionary* entries = dictionary(value, u"signature");
-    if (!entries)
-        return false;
-    enum : unsigned { severity = 1, message = 2, all = 3 };
-    unsigned seen = 0;
-    out.filePath.reset();
-    out.line.reset();
-    out.column.reset();
-    for (const auto& [key, item] : *entries) {
-        bool ok = true;
-        if (key == u"severity") {
-            ok = readSeverity(item, out.severity);
-            seen |= severity;
-        } else if (key == u"filePath") {
-            ok = readString(item, key, out.filePath.emplace());
-        } else if (key == u"line") {
-            ok = readInteger(item, key, out.line.emplace());
-        } else if (key == u"column") {
-            ok = readInteger(item, key, out.column.emplace());
-        } else if (key == u"message") {
-            ok = readString(item, key, out.message);
-            seen |= message;
-        }
-        if (!ok)
-            return false;
-    }
-    if (seen != all)
-        return missing(!(seen & severity) ? u"severity" : u"message", u"signature");
-    return true;
+    return readRecord(value, u"signature",
+                      {{u"severity", required, severity(out.severity)},
+                       {u"filePath", optional, text(out.filePath)},
+                       {u"line", optional, integer(out.line)},
+                       {u"column", optional, integer(out.column)},
+                       {u"message", required, text(out.message)}});
 }
 
 bool PropertyListRecords::decode(const PropertyListValue& value, DiagnosticPreferenceKey& out)
 {
-    const Dictionary* entries = dictionary(value, u"preference key");
-    if (!entries)
-        return false;
-    enum : unsigned { projectName = 1, signature = 2, all = 3 };
-    unsigned seen = 0;
-    for (const auto& [key, item] : *entries) {
-        bool ok = true;
-        if (key == u"projectName") {
-            ok = readString(item, key, out.projectName);
-            seen |= projectName;
-        } else if (key == u"signature") {
-            ok = decode(item, out.signature);
-            seen |= signature;
-        }
-        if (!ok)
-            return false;
-    }
-    if (seen != all)
-        return missing(!(seen & projectName) ? u"projectName" : u"signature", u"preference key");
-    return true;
+    return readRecord(value, u"preference key",
+                      {{u"projectName", required, text(out.projectName)},
+                       {u"signature", required, record(out.signature)}});
 }
 
 } // namespace corvane

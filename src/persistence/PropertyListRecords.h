@@ -6,11 +6,17 @@
 #include "BuildSession.h"
 #include "DiagnosticPreferenceKey.h"
 #include "DiagnosticSignature.h"
+#include "Error.h"
 #include "PropertyListValue.h"
 
+#include <QByteArrayView>
+#include <QList>
+#include <QSet>
 #include <QString>
 #include <QUuid>
 
+#include <functional>
+#include <initializer_list>
 #include <optional>
 
 namespace corvane {
@@ -39,22 +45,74 @@ public:
     bool decode(const PropertyListValue& value, DiagnosticSignature& out);
     bool decode(const PropertyListValue& value, DiagnosticPreferenceKey& out);
 
-    // Helpers for the archives built on top of the records; each names the
-    // key it reads in the failure reason.
-    const PropertyListValue::Dictionary* dictionary(const PropertyListValue& value, QStringView what);
-    bool readInteger(const PropertyListValue& value, QStringView key, qint64& out);
-    bool readTime(const PropertyListValue& value, QStringView key, AbsoluteTime& out);
-    bool readString(const PropertyListValue& value, QStringView key, QString& out);
-    bool readUuid(const PropertyListValue& value, QStringView key, QUuid& out);
-    bool missing(QStringView key, QStringView record);
+    // Reads one value into its destination, or fails naming the key.
+    using Read = std::function<bool(const PropertyListValue& item, QStringView key)>;
+    struct Field {
+        QStringView key;
+        bool required;
+        Read read;
+    };
+    static constexpr bool required = true;
+    static constexpr bool optional = false;
+
+    // Decodes a whole file and reads its root through read; a failure is an
+    // error of the property-list reader's domain.
+    static Result<void> readFile(QByteArrayView bytes,
+                                 const std::function<bool(PropertyListRecords&, const PropertyListValue&)>& read);
+    // Reads a record's dictionary entry by entry through the field of the
+    // entry's key, skipping keys it does not list, then fails naming the
+    // first required field (in the order listed) that never turned up.
+    bool readRecord(const PropertyListValue& value, QStringView record, std::initializer_list<Field> fields);
+
+    Read integer(qint64& out);
+    Read boolean(bool& out);
+    Read text(QString& out);
+    Read time(AbsoluteTime& out);
+    Read uuid(QUuid& out);
+    Read severity(DiagnosticSeverity& out);
+    // An optional field starts out absent and is set only when its key is read.
+    Read integer(std::optional<qint64>& out);
+    Read text(std::optional<QString>& out);
+    template <typename T>
+    Read record(T& out)
+    {
+        return [this, &out](const PropertyListValue& item, QStringView) { return decode(item, out); };
+    }
+    // An array of records or UUIDs; in a set, equal elements become one.
+    template <typename Container>
+    Read list(Container& out)
+    {
+        return [this, &out](const PropertyListValue& item, QStringView key) {
+            const PropertyListValue::Array* elements = array(item, key);
+            if (!elements)
+                return false;
+            out.clear();
+            out.reserve(qsizetype(elements->size()));
+            for (const PropertyListValue& element : *elements) {
+                typename Container::value_type value;
+                if (!readElement(element, key, value))
+                    return false;
+                out.insert(out.cend(), std::move(value));
+            }
+            return true;
+        };
+    }
 
     // Why the last failed read failed.
     const QString& failure() const { return m_failure; }
 
 private:
     bool fail(QString reason);
-    bool readSeverity(const PropertyListValue& value, DiagnosticSeverity& out);
-    bool readBoolean(const PropertyListValue& value, QStringView key, bool& out);
+    const PropertyListValue::Array* array(const PropertyListValue& value, QStringView key);
+    // The value when it has the type asked for, else a failure naming the key.
+    template <typename T>
+    bool take(const T* value, QStringView key, QLatin1StringView kind, T& out);
+    bool readElement(const PropertyListValue& value, QStringView key, QUuid& out);
+    template <typename T>
+    bool readElement(const PropertyListValue& value, QStringView, T& out)
+    {
+        return decode(value, out);
+    }
 
     QString m_failure;
 };

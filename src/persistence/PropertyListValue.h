@@ -10,10 +10,10 @@
 
 namespace corvane {
 
-// One node of a property list: the in-memory form that BinaryPropertyList
-// reads and writes. Dictionaries keep their entries in order as a plain list;
-// the records we store have a handful of keys each, so a linear look-up beats a
-// hash table and keeps the order a writer chose.
+// One node of a property list: the in-memory form that the binary format is
+// read into and written from. Dictionaries keep their entries in order as a
+// plain list; the records we store have a handful of keys each, so a linear
+// look-up beats a hash table and keeps the order a writer chose.
 class PropertyListValue {
 public:
     struct Date {

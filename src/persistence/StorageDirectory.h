@@ -3,7 +3,6 @@
 #include "Error.h"
 
 #include <QString>
-#include <QStringList>
 
 namespace corvane {
 
@@ -11,21 +10,17 @@ namespace corvane {
 // location (Application Support on macOS, $XDG_DATA_HOME on Linux), created
 // when missing. Something already standing there is used as it is.
 //
-// The first time the program asks for a folder, leftovers of saves that
-// another run of it could not finish are removed from it (see
+// The first time the program asks for a folder, the temporary files of saves
+// that another run of it could not finish are removed from it (see
 // removeInterruptedWrites), so they never pile up however often the program
 // is killed while writing.
 Result<QString> storageDirectory();
 
-// The files the program keeps in its folder, by name.
-QStringList storedFileNames();
-
-// Removes from folder the temporary files that an atomic write of one of the
-// named files leaves behind when the process dies before replacing the file:
-// "<name>.XXXXXX", six ASCII letters or digits, a regular file (not a link,
-// not a folder) whose bytes are empty or begin like a binary property list,
-// as every file the program writes does. Anything else is left alone, so a
-// file the user put there is never touched. Returns how many were removed.
-int removeInterruptedWrites(const QString& folder, const QStringList& fileNames);
+// Removes from folder the temporary files that an atomic write leaves behind
+// when the process dies before replacing its target: regular files (not
+// links, not folders) with a name only that write makes (see
+// StorageFile::temporaryName). Anything else is left alone, so a file the
+// user put there is never touched. Returns how many were removed.
+int removeInterruptedWrites(const QString& folder);
 
 } // namespace corvane

@@ -1,9 +1,17 @@
 #include "StorageFile.h"
 
+#include <QDir>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
+#include <QRandomGenerator>
 #include <QStringDecoder>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <iterator>
+
+#include <unistd.h>
 
 namespace corvane {
 
@@ -48,19 +56,66 @@ Result<void> StorageFile::writeAtomically(const QString& path, const QByteArray&
     });
 }
 
-Result<void> StorageFile::writeAtomically(const QString& path,
-                                          const std::function<bool(QIODevice&)>& write)
+namespace {
+
+const QString temporaryMarker = QStringLiteral(".corvane-save-");
+constexpr qsizetype uniqueLength = 6;
+
+bool isAsciiLetterOrDigit(QChar c)
 {
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
+    const char16_t u = c.unicode();
+    return (u >= u'a' && u <= u'z') || (u >= u'A' && u <= u'Z') || (u >= u'0' && u <= u'9');
+}
+
+QString uniqueSuffix()
+{
+    static constexpr char16_t characters[] = u"ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+    QString suffix(uniqueLength, Qt::Uninitialized);
+    for (QChar& c : suffix)
+        c = characters[QRandomGenerator::global()->bounded(int(std::size(characters)) - 1)];
+    return suffix;
+}
+
+// What the system said about the last call that failed, as a file error.
+Error systemError(QFileDevice::FileError kind) { return Error{errorDomain::file, int(kind), qt_error_string(errno)}; }
+
+} // namespace
+
+QString StorageFile::temporaryName(const QString& fileName, QStringView unique)
+{
+    return u'.' + fileName + temporaryMarker + unique;
+}
+
+bool StorageFile::isTemporaryName(QStringView name)
+{
+    const qsizetype nameEnd = name.size() - uniqueLength - temporaryMarker.size();
+    return name.startsWith(u'.') && nameEnd > 1 && name.sliced(nameEnd).startsWith(temporaryMarker)
+        && std::all_of(name.end() - uniqueLength, name.end(), isAsciiLetterOrDigit);
+}
+
+Result<void> StorageFile::writeAtomically(const QString& path, const std::function<bool(QIODevice&)>& write)
+{
+    // A link is followed, so that the file it names is the one replaced.
+    const QFileInfo target(QFileInfo(path).isSymLink() ? QFileInfo(path).symLinkTarget() : path);
+    QFile file(target.dir().filePath(temporaryName(target.fileName(), uniqueSuffix())));
+    // NewOnly: whatever already has the name is neither reused nor followed.
+    if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered))
         return error(file);
-    if (!write(file)) {
-        Error failure = error(file);
-        file.cancelWriting();
+    const auto abandon = [&file](Error failure) {
+        file.remove();
         return failure;
-    }
-    if (!file.commit())
-        return error(file);
+    };
+    if (target.isFile())
+        file.setPermissions(target.permissions());
+    if (!write(file))
+        return abandon(error(file));
+    // On disk before the rename, or a crash of the system could leave the
+    // new name on an empty file.
+    if (::fsync(file.handle()) != 0)
+        return abandon(systemError(QFileDevice::WriteError));
+    file.close();
+    if (::rename(QFile::encodeName(file.fileName()).constData(), QFile::encodeName(target.filePath()).constData()) != 0)
+        return abandon(systemError(QFileDevice::RenameError));
     return {};
 }
 

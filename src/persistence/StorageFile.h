@@ -20,13 +20,19 @@ public:
     // A whole file as UTF-8 text (an imported log); anything else is an error
     // whose description names the file.
     static Result<QString> readUtf8Text(const QString& path);
-    // The bytes go to a temporary file beside the target that then replaces
-    // it, so a failed write leaves the previous file whole.
+    // The bytes go to a temporary file beside the target, reach the disk, and
+    // then replace the target in one rename, so a failed write leaves the
+    // previous file whole.
     static Result<void> writeAtomically(const QString& path, const QByteArray& bytes);
     // The same for content that writes itself to the file; write returns
     // false when the file refused bytes.
     static Result<void> writeAtomically(const QString& path,
                                         const std::function<bool(QIODevice&)>& write);
+    // The temporary file of a save of fileName: ".<fileName>.corvane-save-"
+    // and six ASCII letters or digits. Only these writes make such names, so
+    // what a killed save left behind can be told from the user's own files.
+    static QString temporaryName(const QString& fileName, QStringView unique);
+    static bool isTemporaryName(QStringView name);
     static Error error(const QFileDevice& file);
 };
 

@@ -18,6 +18,7 @@
 #include "BuildHistoryPersistence.h"
 #include "CrashTestSupport.h"
 #include "DiagnosticParser.h"
+#include "StorageFile.h"
 #include "TestEnvironment.h"
 
 #include <QCoreApplication>
@@ -253,6 +254,7 @@ CrashRun::CrashRun()
     m_decoys = {
         {QStringLiteral("BuildHistory.plist.readme"), QByteArrayLiteral("my notes, not a property list")},
         {QStringLiteral("BuildHistory.plist.bak"), QByteArrayLiteral("bplist00 an old copy")},
+        {QStringLiteral("BuildHistory.plist.mycopy"), QByteArrayLiteral("bplist00 a copy kept aside")},
         {QStringLiteral("Notes.plist.AbCdEf"), QByteArrayLiteral("bplist00 another program's")},
     };
     for (const auto& [name, bytes] : m_decoys)
@@ -573,11 +575,11 @@ bool CrashRun::cycle(int number)
     m_logsDropped = 0;
     m_killedAt = -1;
 
-    // What an earlier run on a file system without unnamed temporary files
-    // would have left when killed during a save.
-    m_planted = {BuildHistoryPersistence::fileName + u'.' + randomSuffix(m_random)};
+    // What an earlier run would have left when killed during a save.
+    m_planted = {StorageFile::temporaryName(BuildHistoryPersistence::fileName, randomSuffix(m_random))};
     if (std::uniform_int_distribution<int>(0, 2)(m_random) == 0)
-        m_planted.append(QStringLiteral("DiagnosticPreferences.plist.") + randomSuffix(m_random));
+        m_planted.append(
+            StorageFile::temporaryName(QStringLiteral("DiagnosticPreferences.plist"), randomSuffix(m_random)));
     for (const QString& name : m_planted)
         writeFile(m_env.appFolder() + u'/' + name, partialPlist(m_random));
 

@@ -1,6 +1,6 @@
 #include "CrashTestSupport.h"
 
-#include "StorageDirectory.h"
+#include "StorageFile.h"
 #include "TestEnvironment.h"
 
 #include <QFile>
@@ -201,17 +201,7 @@ bool isSaveInProgress(const OpenFile& file, const QString& folder)
     return (name.startsWith(u'#') && name.endsWith(QStringLiteral(" (deleted)"))) || isTemporaryName(name);
 }
 
-bool isTemporaryName(const QString& fileName)
-{
-    for (const QString& stored : storedFileNames()) {
-        if (fileName.size() != stored.size() + 7 || !fileName.startsWith(stored + u'.'))
-            continue;
-        const QStringView suffix = QStringView(fileName).sliced(stored.size() + 1);
-        if (std::all_of(suffix.begin(), suffix.end(), [](QChar c) { return c.isLetterOrNumber() && c.unicode() < 128; }))
-            return true;
-    }
-    return false;
-}
+bool isTemporaryName(const QString& fileName) { return StorageFile::isTemporaryName(fileName); }
 
 std::optional<QString> continuityProblem(const QList<BuildSession>& before, const QList<BuildSession>& after)
 {

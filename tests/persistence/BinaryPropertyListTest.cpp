@@ -1,4 +1,5 @@
-#include "BinaryPropertyList.h"
+#include "BinaryPropertyListReader.h"
+#include "BinaryPropertyListWriter.h"
 #include "PersistenceTestSupport.h"
 
 #include <gtest/gtest.h>
@@ -17,14 +18,14 @@ using Array = PropertyListValue::Array;
 
 PropertyListValue roundTrip(const PropertyListValue& value)
 {
-    const Result<PropertyListValue> decoded = BinaryPropertyList::decode(BinaryPropertyList::encode(value));
+    const Result<PropertyListValue> decoded = BinaryPropertyListReader::decode(BinaryPropertyListWriter::encode(value));
     EXPECT_TRUE(decoded.ok()) << (decoded.ok() ? "" : decoded.error().description.toStdString());
     return decoded.ok() ? decoded.value() : PropertyListValue();
 }
 
 int decodeError(const QByteArray& bytes)
 {
-    const Result<PropertyListValue> decoded = BinaryPropertyList::decode(bytes);
+    const Result<PropertyListValue> decoded = BinaryPropertyListReader::decode(bytes);
     return decoded.ok() ? 0 : decoded.error().code;
 }
 
@@ -86,7 +87,7 @@ TEST(BinaryPropertyList, StoresRepeatedStringsOnceAndPicksSmallSizes)
     Array repeated;
     for (int i = 0; i < 1000; ++i)
         repeated.emplace_back(QStringLiteral("the same long text, written a thousand times"));
-    const QByteArray bytes = BinaryPropertyList::encode(PropertyListValue(repeated));
+    const QByteArray bytes = BinaryPropertyListWriter::encode(PropertyListValue(repeated));
     EXPECT_LT(bytes.size(), 2000 + 200);
     EXPECT_EQ(referenceSizeOf(bytes), 1);
 
@@ -99,7 +100,7 @@ TEST(BinaryPropertyList, StoresRepeatedStringsOnceAndPicksSmallSizes)
     Array few;
     for (int i = 0; i < 300; ++i)
         few.emplace_back(qint64(i));
-    EXPECT_EQ(referenceSizeOf(BinaryPropertyList::encode(PropertyListValue(few))), 2);
+    EXPECT_EQ(referenceSizeOf(BinaryPropertyListWriter::encode(PropertyListValue(few))), 2);
 }
 
 TEST(BinaryPropertyList, ReadsWhatOtherWritersMayUse)
@@ -115,7 +116,7 @@ TEST(BinaryPropertyList, ReadsWhatOtherWritersMayUse)
                    QByteArray("\x5F\x10\x03" "abc"),
                    QByteArray("\xA4") + bigEndian(0, 2) + bigEndian(1, 2) + bigEndian(2, 2) + bigEndian(3, 2)};
     raw.top = 4;
-    const Result<PropertyListValue> decoded = BinaryPropertyList::decode(raw.bytes());
+    const Result<PropertyListValue> decoded = BinaryPropertyListReader::decode(raw.bytes());
     ASSERT_TRUE(decoded.ok()) << decoded.error().description.toStdString();
     const Array& items = *decoded.value().array();
     EXPECT_EQ(*items[0].real(), 1.5);
@@ -129,8 +130,8 @@ TEST(BinaryPropertyList, RefusesMalformedStructure)
     const QByteArray fine = RawPropertyList{{QByteArray("\x09")}}.bytes();
     ASSERT_EQ(decodeError(fine), 0);
 
-    EXPECT_EQ(decodeError({}), BinaryPropertyList::notBinaryPropertyList);
-    EXPECT_EQ(decodeError(QByteArray("bplist01") + fine.mid(8)), BinaryPropertyList::notBinaryPropertyList);
+    EXPECT_EQ(decodeError({}), BinaryPropertyListReader::notBinaryPropertyList);
+    EXPECT_EQ(decodeError(QByteArray("bplist01") + fine.mid(8)), BinaryPropertyListReader::notBinaryPropertyList);
     EXPECT_NE(decodeError(fine.left(fine.size() - 1)), 0);
 
     const auto withTrailer = [](auto change) {
@@ -138,18 +139,18 @@ TEST(BinaryPropertyList, RefusesMalformedStructure)
         change(raw);
         return decodeError(raw.bytes());
     };
-    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.objectCount = 0; }), BinaryPropertyList::badTrailer);
-    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.objectCount = 2; }), BinaryPropertyList::badTrailer);
-    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.objectCount = ~0ULL; }), BinaryPropertyList::badTrailer);
-    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.top = 1; }), BinaryPropertyList::badTrailer);
-    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.offsetSize = 0; }), BinaryPropertyList::badTrailer);
-    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.referenceSize = 9; }), BinaryPropertyList::badTrailer);
-    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.tableOffset = 1ULL << 62; }), BinaryPropertyList::badTrailer);
-    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.tableOffset = 8; }), BinaryPropertyList::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.objectCount = 0; }), BinaryPropertyListReader::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.objectCount = 2; }), BinaryPropertyListReader::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.objectCount = ~0ULL; }), BinaryPropertyListReader::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.top = 1; }), BinaryPropertyListReader::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.offsetSize = 0; }), BinaryPropertyListReader::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.referenceSize = 9; }), BinaryPropertyListReader::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.tableOffset = 1ULL << 62; }), BinaryPropertyListReader::badTrailer);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.tableOffset = 8; }), BinaryPropertyListReader::badTrailer);
     // Offsets into the header, into the offset table itself, and past the end.
-    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.offsetOverrides = {0}; }), BinaryPropertyList::badOffset);
-    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.offsetOverrides = {9}; }), BinaryPropertyList::badOffset);
-    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.offsetOverrides = {200}; }), BinaryPropertyList::badOffset);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.offsetOverrides = {0}; }), BinaryPropertyListReader::badOffset);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.offsetOverrides = {9}; }), BinaryPropertyListReader::badOffset);
+    EXPECT_EQ(withTrailer([](RawPropertyList& r) { r.offsetOverrides = {200}; }), BinaryPropertyListReader::badOffset);
 }
 
 TEST(BinaryPropertyList, RefusesObjectsThatDoNotFit)
@@ -158,43 +159,51 @@ TEST(BinaryPropertyList, RefusesObjectsThatDoNotFit)
         return decodeError(RawPropertyList{std::move(objects)}.bytes());
     };
     // Lengths and counts larger than the file, declared in every way.
-    EXPECT_EQ(error({QByteArray("\x5E" "abc")}), BinaryPropertyList::badObject);
-    EXPECT_EQ(error({QByteArray("\x5F\x13") + bigEndian(~0ULL, 8)}), BinaryPropertyList::badObject);
-    EXPECT_EQ(error({QByteArray("\x6F\x12") + bigEndian(0x7FFFFFFF, 4)}), BinaryPropertyList::badObject);
-    EXPECT_EQ(error({QByteArray("\x4F\x13") + bigEndian(1ULL << 62, 8)}), BinaryPropertyList::badObject);
-    EXPECT_EQ(error({QByteArray("\xAF\x13") + bigEndian(1ULL << 61, 8)}), BinaryPropertyList::badObject);
-    EXPECT_EQ(error({QByteArray("\xDF\x13") + bigEndian(~0ULL / 2, 8)}), BinaryPropertyList::badObject);
-    EXPECT_EQ(error({QByteArray("\x5F\x20")}), BinaryPropertyList::badObject); // a length that is a real
-    EXPECT_EQ(error({QByteArray::fromHex("130000")}), BinaryPropertyList::badObject);
-    EXPECT_EQ(error({QByteArray::fromHex("2300")}), BinaryPropertyList::badObject);
-    EXPECT_EQ(error({QByteArray::fromHex("3300")}), BinaryPropertyList::badObject);
-    EXPECT_EQ(error({QByteArray("\x52" "a\xC3")}), BinaryPropertyList::badObject); // not ASCII
+    EXPECT_EQ(error({QByteArray("\x5E" "abc")}), BinaryPropertyListReader::badObject);
+    EXPECT_EQ(error({QByteArray("\x5F\x13") + bigEndian(~0ULL, 8)}), BinaryPropertyListReader::badObject);
+    EXPECT_EQ(error({QByteArray("\x6F\x12") + bigEndian(0x7FFFFFFF, 4)}), BinaryPropertyListReader::badObject);
+    EXPECT_EQ(error({QByteArray("\x4F\x13") + bigEndian(1ULL << 62, 8)}), BinaryPropertyListReader::badObject);
+    EXPECT_EQ(error({QByteArray("\xAF\x13") + bigEndian(1ULL << 61, 8)}), BinaryPropertyListReader::badObject);
+    EXPECT_EQ(error({QByteArray("\xDF\x13") + bigEndian(~0ULL / 2, 8)}), BinaryPropertyListReader::badObject);
+    EXPECT_EQ(error({QByteArray("\x5F\x20")}), BinaryPropertyListReader::badObject); // a length that is a real
+    EXPECT_EQ(error({QByteArray::fromHex("130000")}), BinaryPropertyListReader::badObject);
+    EXPECT_EQ(error({QByteArray::fromHex("2300")}), BinaryPropertyListReader::badObject);
+    EXPECT_EQ(error({QByteArray::fromHex("3300")}), BinaryPropertyListReader::badObject);
+    EXPECT_EQ(error({QByteArray("\x52" "a\xC3")}), BinaryPropertyListReader::badObject); // not ASCII
     // References past the object count.
-    EXPECT_EQ(error({QByteArray("\xA1\x05")}), BinaryPropertyList::badOffset);
-    EXPECT_EQ(error({QByteArray("\xD1\x01\x07"), QByteArray("\x51k")}), BinaryPropertyList::badOffset);
+    EXPECT_EQ(error({QByteArray("\xA1\x05")}), BinaryPropertyListReader::badOffset);
+    EXPECT_EQ(error({QByteArray("\xD1\x01\x07"), QByteArray("\x51k")}), BinaryPropertyListReader::badOffset);
     // Types our files never hold, and a key that is not a string.
-    EXPECT_EQ(error({QByteArray("\x00", 1)}), BinaryPropertyList::unsupportedType);
-    EXPECT_EQ(error({QByteArray("\x80\x01")}), BinaryPropertyList::unsupportedType);
-    EXPECT_EQ(error({QByteArray::fromHex("c100")}), BinaryPropertyList::unsupportedType);
-    EXPECT_EQ(error({QByteArray("\x71" "a")}), BinaryPropertyList::unsupportedType);
-    EXPECT_EQ(error({QByteArray("\xD1\x01\x01"), QByteArray("\x10\x01")}), BinaryPropertyList::badDictionaryKey);
-    EXPECT_EQ(error({QByteArray("\x14") + bigEndian(1, 8) + bigEndian(0, 8)}), BinaryPropertyList::integerOutOfRange);
+    EXPECT_EQ(error({QByteArray("\x00", 1)}), BinaryPropertyListReader::unsupportedType);
+    EXPECT_EQ(error({QByteArray("\x80\x01")}), BinaryPropertyListReader::unsupportedType);
+    EXPECT_EQ(error({QByteArray::fromHex("c100")}), BinaryPropertyListReader::unsupportedType);
+    EXPECT_EQ(error({QByteArray("\x71" "a")}), BinaryPropertyListReader::unsupportedType);
+    EXPECT_EQ(error({QByteArray("\xD1\x01\x01"), QByteArray("\x10\x01")}), BinaryPropertyListReader::badDictionaryKey);
+    EXPECT_EQ(error({QByteArray("\x14") + bigEndian(1, 8) + bigEndian(0, 8)}), BinaryPropertyListReader::integerOutOfRange);
     EXPECT_EQ(error({QByteArray("\x14") + bigEndian(0, 8) + bigEndian(1ULL << 63, 8)}),
-              BinaryPropertyList::integerOutOfRange);
+              BinaryPropertyListReader::integerOutOfRange);
 }
 
-TEST(BinaryPropertyList, RefusesCyclesSharedContainersAndDeepNesting)
+TEST(BinaryPropertyList, SharesContainersButRefusesCyclesBlowUpsAndDeepNesting)
 {
     const auto error = [](std::vector<QByteArray> objects) {
         return decodeError(RawPropertyList{std::move(objects)}.bytes());
     };
-    EXPECT_EQ(error({QByteArray::fromHex("a100")}), BinaryPropertyList::cyclicReference);
+    EXPECT_EQ(error({QByteArray::fromHex("a100")}), BinaryPropertyListReader::cyclicReference);
     EXPECT_EQ(error({QByteArray("\xA1\x01"), QByteArray("\xA1\x02"), QByteArray::fromHex("a100")}),
-              BinaryPropertyList::cyclicReference);
-    EXPECT_EQ(error({QByteArray::fromHex("d10100"), QByteArray("\x51k")}), BinaryPropertyList::cyclicReference);
-    // A diamond: without the check, thirty such levels would unfold into a
+              BinaryPropertyListReader::cyclicReference);
+    EXPECT_EQ(error({QByteArray::fromHex("d10100"), QByteArray("\x51k")}), BinaryPropertyListReader::cyclicReference);
+    // A diamond is two copies; thirty stacked diamonds would unfold into a
     // billion nodes from a few hundred bytes.
-    EXPECT_EQ(error({QByteArray("\xA2\x01\x01"), QByteArray("\xA0")}), BinaryPropertyList::sharedContainer);
+    const Result<PropertyListValue> diamond = BinaryPropertyListReader::decode(
+        RawPropertyList{{QByteArray("\xA2\x01\x01"), QByteArray("\xA1\x02"), QByteArray("\x09")}}.bytes());
+    ASSERT_TRUE(diamond.ok());
+    EXPECT_EQ(diamond.value(), PropertyListValue(Array(2, Array{true})));
+    std::vector<QByteArray> stacked;
+    for (int i = 0; i < 30; ++i)
+        stacked.push_back(QByteArray("\xA2") + char(i + 1) + char(i + 1));
+    stacked.push_back(QByteArray("\x09"));
+    EXPECT_EQ(error(stacked), BinaryPropertyListReader::unfoldsTooFar);
     // Shared strings and data are fine, and are not copied per reference: a
     // thousand references to one large object stay one object in memory.
     EXPECT_EQ(error({QByteArray("\xA2\x01\x01"), QByteArray("\x51x")}), 0);
@@ -206,7 +215,7 @@ TEST(BinaryPropertyList, RefusesCyclesSharedContainersAndDeepNesting)
     for (int i = 0; i < 1000; ++i)
         many.objects[1] += bigEndian(0, 2);
     many.top = 1;
-    const Result<PropertyListValue> shared = BinaryPropertyList::decode(many.bytes());
+    const Result<PropertyListValue> shared = BinaryPropertyListReader::decode(many.bytes());
     ASSERT_TRUE(shared.ok());
     const Array& copies = *shared.value().array();
     ASSERT_EQ(copies.size(), 1000u);
@@ -221,9 +230,9 @@ TEST(BinaryPropertyList, RefusesCyclesSharedContainersAndDeepNesting)
         raw.objects.push_back(QByteArray("\x09"));
         return decodeError(raw.bytes());
     };
-    EXPECT_EQ(nested(BinaryPropertyList::maximumDepth), 0);
-    EXPECT_EQ(nested(BinaryPropertyList::maximumDepth + 1), BinaryPropertyList::tooDeep);
-    EXPECT_EQ(nested(20000), BinaryPropertyList::tooDeep);
+    EXPECT_EQ(nested(BinaryPropertyListReader::maximumDepth), 0);
+    EXPECT_EQ(nested(BinaryPropertyListReader::maximumDepth + 1), BinaryPropertyListReader::tooDeep);
+    EXPECT_EQ(nested(20000), BinaryPropertyListReader::tooDeep);
 }
 
 // Damage of every other kind is the fuzz target's work (fuzz/).
@@ -236,10 +245,10 @@ TEST(BinaryPropertyList, RefusesEveryTruncation)
             {QStringLiteral("when"), PropertyListValue(PropertyListValue::Date{i + 0.5})},
             {QStringLiteral("count"), PropertyListValue(qint64(i) << 40)},
             {QStringLiteral("items"), PropertyListValue(Array{PropertyListValue(true), PropertyListValue(1.25)})}}));
-    const QByteArray valid = BinaryPropertyList::encode(PropertyListValue(sessions));
+    const QByteArray valid = BinaryPropertyListWriter::encode(PropertyListValue(sessions));
 
     for (qsizetype length = 0; length < valid.size(); ++length)
-        EXPECT_FALSE(BinaryPropertyList::decode(valid.left(length)).ok()) << length;
+        EXPECT_FALSE(BinaryPropertyListReader::decode(valid.left(length)).ok()) << length;
 }
 
 } // namespace

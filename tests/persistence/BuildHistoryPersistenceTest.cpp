@@ -1,4 +1,4 @@
-#include "BinaryPropertyList.h"
+#include "BinaryPropertyListWriter.h"
 #include "BuildHistoryPersistence.h"
 #include "PersistenceTestSupport.h"
 #include "PropertyListRecords.h"
@@ -41,7 +41,7 @@ protected:
                         {QStringLiteral("sessions"), PropertyListValue(std::move(list))}};
         if (edit)
             edit(root);
-        writeFile(historyPath(), BinaryPropertyList::encode(PropertyListValue(std::move(root))));
+        writeFile(historyPath(), BinaryPropertyListWriter::encode(PropertyListValue(std::move(root))));
     }
 
     // The value under key; the key must be there.

@@ -1,4 +1,4 @@
-#include "BinaryPropertyList.h"
+#include "BinaryPropertyListWriter.h"
 #include "DiagnosticPreferencesPersistence.h"
 #include "PersistenceTestSupport.h"
 #include "PropertyListRecords.h"
@@ -26,7 +26,7 @@ protected:
 
     void writeArchive(const Array& pinned, const Array& ignored, qint64 version = 1)
     {
-        writeFile(path(), BinaryPropertyList::encode(PropertyListValue(
+        writeFile(path(), BinaryPropertyListWriter::encode(PropertyListValue(
                               Dictionary{{QStringLiteral("version"), PropertyListValue(version)},
                                          {QStringLiteral("pinned"), PropertyListValue(pinned)},
                                          {QStringLiteral("ignored"), PropertyListValue(ignored)}})));
@@ -54,7 +54,7 @@ TEST_F(DiagnosticPreferencesPersistenceTest, MissingOrDamagedFileGivesNothingAnd
     EXPECT_EQ(persistence.load(), Preferences{});
 
     const QList<QByteArray> damaged{QByteArray(), QByteArray("bplist00 but nothing else"),
-                                    BinaryPropertyList::encode(PropertyListValue(Array{}))};
+                                    BinaryPropertyListWriter::encode(PropertyListValue(Array{}))};
     for (const QByteArray& bytes : damaged) {
         writeFile(path(), bytes);
         EXPECT_EQ(persistence.load(), Preferences{});

@@ -1,6 +1,6 @@
 // Files must stay readable by other property-list implementations, and files
 // they write must be readable here. Python's plistlib stands in for them.
-#include "BinaryPropertyList.h"
+#include "BinaryPropertyListWriter.h"
 #include "BuildHistoryPersistence.h"
 #include "DiagnosticPreferencesPersistence.h"
 #include "PersistenceTestSupport.h"
@@ -144,7 +144,7 @@ TEST_F(PlistlibInteropTest, PlistlibReadsFilesThatNeedWideReferences)
         items.emplace_back(QStringLiteral("item %1").arg(i));
     items.emplace_back(qint64(-1) << 40);
     const QString path = env.root() + u"/wide.plist"_s;
-    test::writeFile(path, BinaryPropertyList::encode(PropertyListValue(std::move(items))));
+    test::writeFile(path, BinaryPropertyListWriter::encode(PropertyListValue(std::move(items))));
     const test::PythonResult python = test::runPython(
         uR"(
 import plistlib, sys
@@ -158,7 +158,9 @@ print(len(v), v[0], v[69999], v[-1]))"_s,
 
 // Writes a history the way another program might: dates with microseconds,
 // a session without any optional key, keys this program does not know,
-// lower-case UUIDs, and integers plistlib stores in 1, 2, 8 and 16 bytes.
+// lower-case UUIDs, integers plistlib stores in 1, 2, 8 and 16 bytes, and a
+// second session sharing the first one's containers, which plistlib then
+// stores once.
 const QString writeHistoryScript = uR"(
 import datetime, json, plistlib, sys
 ref = datetime.datetime(2001, 1, 1)
@@ -173,7 +175,8 @@ session = {"id": "A2B8C3D4-0000-4000-8000-000000000001", "startedAt": started,
            "diagnostics": [diag, bare], "sourceName": "s", "projectName": "p",
            "comparison": {"hasBaseline": True, "newDiagnosticIDs": [], "fixedDiagnostics": []},
            "extra": {"nested": True}}
-archive = {"version": 1, "savedAt": started, "sessions": [session], "writer": "plistlib"}
+again = dict(session, id="A2B8C3D4-0000-4000-8000-000000000002")
+archive = {"version": 1, "savedAt": started, "sessions": [session, again], "writer": "plistlib"}
 with open(sys.argv[1], "wb") as f:
     plistlib.dump(archive, f, fmt=plistlib.FMT_BINARY)
 print(json.dumps({"started": (started - ref).total_seconds(), "stamp": (stamp - ref).total_seconds()}))
@@ -190,8 +193,11 @@ TEST_F(PlistlibInteropTest, WeReadPlistlibHistory)
 
     const Result<QList<BuildSession>> loaded = BuildHistoryPersistence().load();
     ASSERT_TRUE(loaded.ok());
-    ASSERT_EQ(loaded.value().size(), 1);
+    ASSERT_EQ(loaded.value().size(), 2);
     const BuildSession& s = loaded.value()[0];
+    EXPECT_EQ(loaded.value()[1].id, QUuid::fromString(u"A2B8C3D4-0000-4000-8000-000000000002"_s));
+    EXPECT_EQ(loaded.value()[1].comparison, s.comparison);
+    EXPECT_EQ(loaded.value()[1].diagnostics, s.diagnostics);
     EXPECT_EQ(s.id, QUuid::fromString(u"A2B8C3D4-0000-4000-8000-000000000001"_s));
     EXPECT_EQ(s.startedAt.secondsSinceReferenceDate, times[u"started"_s].toDouble());
     EXPECT_FALSE(s.activityLogPath);
@@ -219,7 +225,8 @@ TEST_F(PlistlibInteropTest, WeReadPlistlibPreferences)
     const QString script = uR"(
 import plistlib, sys
 sig = {"severity": "warning", "message": "unused", "line": 7}
-archive = {"version": 3, "pinned": [{"projectName": "App", "signature": sig}],
+archive = {"version": 3, "pinned": [{"projectName": "App", "signature": sig},
+                                    {"projectName": "Lib", "signature": sig}],
            "ignored": [{"projectName": "App", "signature": {"severity": "note", "message": "x",
                         "filePath": "/a.swift", "column": 70000}, "note": "ignored"}]}
 with open(sys.argv[1], "wb") as f:
@@ -232,7 +239,7 @@ with open(sys.argv[1], "wb") as f:
     DiagnosticPreferenceKey pinned{u"App"_s, {DiagnosticSeverity::warning, std::nullopt, 7, std::nullopt, u"unused"_s}};
     DiagnosticPreferenceKey ignored{u"App"_s, {DiagnosticSeverity::note, u"/a.swift"_s, std::nullopt, 70000, u"x"_s}};
     const DiagnosticPreferencesPersistence::Preferences loaded = DiagnosticPreferencesPersistence().load();
-    EXPECT_EQ(loaded.pinned, QSet<DiagnosticPreferenceKey>{pinned});
+    EXPECT_EQ(loaded.pinned, (QSet<DiagnosticPreferenceKey>{pinned, {u"Lib"_s, pinned.signature}}));
     EXPECT_EQ(loaded.ignored, QSet<DiagnosticPreferenceKey>{ignored});
 }
 

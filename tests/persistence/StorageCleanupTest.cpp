@@ -1,6 +1,7 @@
 #include "BuildHistoryPersistence.h"
 #include "PersistenceTestSupport.h"
 #include "StorageDirectory.h"
+#include "StorageFile.h"
 #include "TestEnvironment.h"
 
 #include <QDir>
@@ -32,52 +33,73 @@ TEST(StorageCleanup, RemovesOnlyLeftoversOfOurOwnInterruptedWrites)
     const auto at = [&folder](const QString& name) -> QString { return folder + u'/' + name; };
 
     // What a killed save leaves: any prefix of the file, down to nothing.
-    writeFile(at(QStringLiteral("BuildHistory.plist.AbCdEf")), plistStart);
-    writeFile(at(QStringLiteral("BuildHistory.plist.QwErTy")), QByteArrayLiteral("bpl"));
-    writeFile(at(QStringLiteral("DiagnosticPreferences.plist.Zz09Qq")), QByteArray());
+    writeFile(at(QStringLiteral(".BuildHistory.plist.corvane-save-AbCdEf")), plistStart);
+    writeFile(at(QStringLiteral(".DiagnosticPreferences.plist.corvane-save-Zz09Qq")), QByteArray());
 
-    // What belongs to the user, or is not ours to judge.
+    // What belongs to the user, or is not ours to judge: copies of our files
+    // under any name, however much they look like ours.
     const QStringList kept{
         QStringLiteral("BuildHistory.plist"),
         QStringLiteral("BuildHistory.damaged.plist"),
-        QStringLiteral("BuildHistory.plist.backup.plist"),
-        QStringLiteral("BuildHistory.plist.AbCdEfG"),
-        QStringLiteral("BuildHistory.plist.AbC"),
-        QStringLiteral("BuildHistory.plist.Ab-dEf"),
-        QStringLiteral("BuildHistory.plist.\u00C4bCdEf"),
-        QStringLiteral("BuildHistory.plistXAbCdEf"),
-        QStringLiteral("buildhistory.plist.AbCdEf"),
-        QStringLiteral("Other.plist.AbCdEf"),
+        QStringLiteral("BuildHistory.plist.backup"),
+        QStringLiteral("BuildHistory.plist.old123"),
+        QStringLiteral("BuildHistory.plist.mycopy"),
         QStringLiteral(".BuildHistory.plist.AbCdEf"),
+        QStringLiteral("BuildHistory.plist.corvane-save-AbCdEf"),
+        QStringLiteral(".BuildHistory.plist.corvane-save-AbCdE"),
+        QStringLiteral(".BuildHistory.plist.corvane-save-AbCdEfG"),
+        QStringLiteral(".BuildHistory.plist.corvane-save-Ab-dEf"),
+        QStringLiteral(".BuildHistory.plist.corvane-save-\u00C4bCdEf"),
+        QStringLiteral(".corvane-save-AbCdEf"),
     };
     for (const QString& name : kept)
         writeFile(at(name), plistStart);
-    // Named like a leftover but holding something else: a note the user left.
-    writeFile(at(QStringLiteral("BuildHistory.plist.readme")), QByteArrayLiteral("keep my notes"));
-    // A link named like a leftover, pointing at a file of the user's.
+    // A link named like a leftover, pointing at a file of the user's, and a folder.
     const QString outside = env.root() + QStringLiteral("/user.plist");
     writeFile(outside, plistStart);
-    ASSERT_TRUE(QFile::link(outside, at(QStringLiteral("BuildHistory.plist.LnKaBc"))));
-    ASSERT_TRUE(QDir().mkpath(at(QStringLiteral("BuildHistory.plist.FoLdEr"))));
+    ASSERT_TRUE(QFile::link(outside, at(QStringLiteral(".BuildHistory.plist.corvane-save-LnKaBc"))));
+    ASSERT_TRUE(QDir().mkpath(at(QStringLiteral(".BuildHistory.plist.corvane-save-FoLdEr"))));
 
-    EXPECT_EQ(removeInterruptedWrites(folder, storedFileNames()), 3);
+    EXPECT_EQ(removeInterruptedWrites(folder), 2);
 
     QStringList expected = kept;
-    expected << QStringLiteral("BuildHistory.plist.readme") << QStringLiteral("BuildHistory.plist.LnKaBc")
-             << QStringLiteral("BuildHistory.plist.FoLdEr");
+    expected << QStringLiteral(".BuildHistory.plist.corvane-save-LnKaBc")
+             << QStringLiteral(".BuildHistory.plist.corvane-save-FoLdEr");
     expected.sort();
     EXPECT_EQ(entries(folder), expected);
     EXPECT_EQ(readFile(outside), plistStart);
-    EXPECT_EQ(readFile(at(QStringLiteral("BuildHistory.plist.readme"))), QByteArrayLiteral("keep my notes"));
+    EXPECT_EQ(removeInterruptedWrites(folder), 0) << "nothing left to remove";
+}
 
-    EXPECT_EQ(removeInterruptedWrites(folder, storedFileNames()), 0) << "nothing left to remove";
-    EXPECT_EQ(removeInterruptedWrites(folder, {}), 0);
+// The sweep takes exactly what a save in progress has on disk.
+TEST(StorageCleanup, WritesGoThroughATemporaryFileTheSweepRecognises)
+{
+    test::TestEnvironment env;
+    const QString path = env.appFolder() + QStringLiteral("/BuildHistory.plist");
+    writeFile(path, "previous");
+    QFile::setPermissions(path, QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    QString temporary;
+    const Result<void> written = StorageFile::writeAtomically(path, [&](QIODevice& device) {
+        temporary = static_cast<QFile&>(device).fileName();
+        EXPECT_EQ(readFile(path), "previous") << "replaced before the write ended";
+        return device.write("new") == 3;
+    });
+    ASSERT_TRUE(written);
+    EXPECT_TRUE(StorageFile::isTemporaryName(QFileInfo(temporary).fileName())) << temporary.toStdString();
+    EXPECT_EQ(readFile(path), "new");
+    EXPECT_EQ(QFile::permissions(path),
+              QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ReadUser | QFileDevice::WriteUser);
+    // A failed write leaves the previous file and no temporary file.
+    EXPECT_FALSE(StorageFile::writeAtomically(path, [](QIODevice&) { return false; }));
+    EXPECT_EQ(readFile(path), "new");
+    EXPECT_EQ(entries(env.appFolder()), QStringList{QStringLiteral("BuildHistory.plist")});
 }
 
 TEST(StorageCleanup, TheFirstUseOfTheFolderSweepsItAndLaterUsesDoNot)
 {
     test::TestEnvironment env;
-    const QString leftover = env.appFolder() + QStringLiteral("/BuildHistory.plist.KiLlEd");
+    const QString leftover =
+        env.appFolder() + u'/' + StorageFile::temporaryName(BuildHistoryPersistence::fileName, u"KiLlEd");
     const QList<BuildSession> sessions = test::sampleSessions(2);
     {
         // A history saved by an earlier run, which was then killed during its next save.
@@ -90,7 +112,8 @@ TEST(StorageCleanup, TheFirstUseOfTheFolderSweepsItAndLaterUsesDoNot)
 
     // A new folder (as for a new process) is swept when it is first handed out.
     test::TestEnvironment next;
-    const QString nextLeftover = next.appFolder() + QStringLiteral("/DiagnosticPreferences.plist.KiLlEd");
+    const QString nextLeftover =
+        next.appFolder() + u'/' + StorageFile::temporaryName(QStringLiteral("DiagnosticPreferences.plist"), u"KiLlEd");
     writeFile(next.appFolder() + u'/' + BuildHistoryPersistence::fileName,
               readFile(env.appFolder() + u'/' + BuildHistoryPersistence::fileName));
     writeFile(nextLeftover, QByteArray());

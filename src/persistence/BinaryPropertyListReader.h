@@ -3,24 +3,22 @@
 #include "Error.h"
 #include "PropertyListValue.h"
 
-#include <QByteArray>
 #include <QByteArrayView>
-#include <QIODevice>
 #include <QString>
 
 namespace corvane {
 
-// Reads and writes Apple's binary property-list format ("bplist00").
+// Reads Apple's binary property-list format.
 //
-// The reader takes bytes from disk at face value nowhere: every offset, length
-// and reference is checked against the file before it is followed or anything
-// is allocated for it, so a damaged or hostile file yields an error, never a
+// Nothing read from disk is taken at face value: every offset, length and
+// reference is checked against the file before it is followed or anything is
+// allocated for it, so a damaged or hostile file yields an error, never a
 // crash or a huge allocation. Types outside what our files can hold (null,
 // UIDs, sets, UTF-8 strings) are refused rather than guessed at.
 //
-// The writer stores each distinct string, integer and boolean once, and uses
-// the smallest of 1, 2, 4 or 8 bytes for object references and offsets.
-class BinaryPropertyList {
+// A container may be referenced from several places, as other writers do for
+// identical objects; each use gets its own copy.
+class BinaryPropertyListReader {
 public:
     static inline const QString errorDomain = QStringLiteral("Corvane.PropertyList");
 
@@ -33,17 +31,17 @@ public:
         badDictionaryKey,          // a dictionary key that is not a string
         integerOutOfRange,         // a 128-bit integer beyond 64 signed bits
         cyclicReference,           // a container inside itself
-        sharedContainer,           // one container reached twice
+        unfoldsTooFar,             // shared containers copied beyond maximumReusedObjects
         tooDeep,                   // nesting beyond maximumDepth
     };
 
     // Containers nested deeper than this are refused; our own files nest six
     // levels at most.
     static constexpr int maximumDepth = 256;
+    // How many values the copies of shared containers may hold together. A
+    // file that shares its containers only to save space stays far below it.
+    static constexpr quint64 maximumReusedObjects = 1 << 20;
 
-    static QByteArray encode(const PropertyListValue& root);
-    // Streams the encoding to a device; false when the device refused bytes.
-    static bool write(const PropertyListValue& root, QIODevice& device);
     static Result<PropertyListValue> decode(QByteArrayView bytes);
 };
 
