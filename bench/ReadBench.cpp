@@ -8,7 +8,6 @@
 #include <QFileInfo>
 #include <QProcess>
 
-
 #include <algorithm>
 #include <cstdio>
 #include <random>
@@ -40,16 +39,29 @@ double timeGzipAlone(const QString& path)
 int readCommand(const std::vector<std::string>& arguments)
 {
     int repeat = 5;
+    bool once = false;
     QString path;
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         if (arguments[i] == "--repeat" && i + 1 < arguments.size())
             repeat = std::max(1, std::stoi(arguments[++i]));
+        else if (arguments[i] == "--once")
+            once = true;
         else
             path = QString::fromStdString(arguments[i]);
     }
     if (path.isEmpty()) {
         std::fprintf(stderr, "read: no file\n");
         return 2;
+    }
+    if (once) {
+        // The reading alone, for timing the whole process against gzip.
+        const Result<QByteArray> text = readActivityLog(path);
+        if (!text) {
+            std::fprintf(stderr, "read: %s\n", qPrintable(text.error().description));
+            return 1;
+        }
+        std::printf("%lld\n", static_cast<long long>(text.value().size()));
+        return 0;
     }
 
     const long startRss = peakResidentKiB();
@@ -192,7 +204,7 @@ int generateActivityLogCommand(const std::vector<std::string>& arguments)
     return 0;
 }
 
-RegisterBenchCommand readRegistration("read", "[--repeat N] FILE", readCommand);
+RegisterBenchCommand readRegistration("read", "[--repeat N | --once] FILE", readCommand);
 RegisterBenchCommand generateRegistration("gen-activity-log",
                                           "[--mb N] [--seed S] [--diagnostics-per-mb D] [--variant V] OUT",
                                           generateActivityLogCommand);

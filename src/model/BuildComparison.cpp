@@ -2,6 +2,9 @@
 
 #include "DiagnosticSignature.h"
 
+#include <QHash>
+
+#include <algorithm>
 #include <vector>
 
 namespace corvane {
@@ -67,6 +70,24 @@ private:
     size_t m_mask = 0;
 };
 
+// What stays of a diagnostic when its place in the file is not counted.
+struct MovableKey {
+    DiagnosticSeverity severity;
+    std::optional<QString> filePath;
+    QString message;
+
+    bool operator==(const MovableKey&) const = default;
+};
+
+size_t qHash(const MovableKey& key, size_t seed = 0)
+{
+    seed = ::qHash(int(key.severity), seed);
+    seed = qHashOptional(key.filePath, seed);
+    return ::qHash(key.message, seed);
+}
+
+bool samePlace(const BuildDiagnostic& a, const BuildDiagnostic& b) { return a.line == b.line && a.column == b.column; }
+
 } // namespace
 
 BuildComparison compareDiagnostics(const QList<BuildDiagnostic>& current,
@@ -87,6 +108,65 @@ BuildComparison compareDiagnostics(const QList<BuildDiagnostic>& current,
     for (const SignatureTable::Entry& entry : previousSignatures.entries()) {
         if (!currentSignatures.contains(entry))
             comparison.fixedDiagnostics.append(*entry.diagnostic);
+    }
+    return comparison;
+}
+
+BuildComparison compareDiagnosticsAllowingMoves(const QList<BuildDiagnostic>& current,
+                                                const std::optional<QList<BuildDiagnostic>>& previous)
+{
+    if (!previous)
+        return BuildComparison::empty();
+
+    // The previous build's meaningful diagnostics by key, each list in order.
+    QHash<MovableKey, std::vector<qsizetype>> unpaired;
+    for (qsizetype i = 0; i < previous->size(); ++i) {
+        const BuildDiagnostic& d = previous->at(i);
+        if (!d.isBuildNoise())
+            unpaired[MovableKey{d.severity, d.filePath, d.message}].push_back(i);
+    }
+    std::vector<bool> previousPaired(size_t(previous->size()), false);
+
+    // Pairing at the same place first keeps a warning that did not move from
+    // being taken by a moved twin and reported in its stead.
+    std::vector<const BuildDiagnostic*> moved;
+    std::vector<std::vector<qsizetype>*> movedCandidates;
+    for (const BuildDiagnostic& d : current) {
+        if (d.isBuildNoise())
+            continue;
+        const auto found = unpaired.find(MovableKey{d.severity, d.filePath, d.message});
+        if (found == unpaired.end()) {
+            moved.push_back(&d);
+            movedCandidates.push_back(nullptr);
+            continue;
+        }
+        std::vector<qsizetype>& candidates = found.value();
+        const auto same = std::find_if(candidates.begin(), candidates.end(),
+                                       [&](qsizetype i) { return samePlace(previous->at(i), d); });
+        if (same != candidates.end()) {
+            previousPaired[size_t(*same)] = true;
+            candidates.erase(same);
+        } else {
+            moved.push_back(&d);
+            movedCandidates.push_back(&candidates);
+        }
+    }
+
+    BuildComparison comparison;
+    comparison.hasBaseline = true;
+    for (size_t i = 0; i < moved.size(); ++i) {
+        std::vector<qsizetype>* candidates = movedCandidates[i];
+        if (candidates && !candidates->empty()) {
+            previousPaired[size_t(candidates->front())] = true;
+            candidates->erase(candidates->begin());
+        } else {
+            comparison.newDiagnosticIDs.insert(moved[i]->id);
+        }
+    }
+    for (qsizetype i = 0; i < previous->size(); ++i) {
+        const BuildDiagnostic& d = previous->at(i);
+        if (!previousPaired[size_t(i)] && !d.isBuildNoise())
+            comparison.fixedDiagnostics.append(d);
     }
     return comparison;
 }

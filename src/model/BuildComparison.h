@@ -37,4 +37,11 @@ inline size_t qHash(const BuildComparison& c, size_t seed = 0)
 BuildComparison compareDiagnostics(const QList<BuildDiagnostic>& current,
                                    const std::optional<QList<BuildDiagnostic>>& previous);
 
+// Like compareDiagnostics, but a diagnostic whose line or column moved is the
+// same one: diagnostics of equal severity, file and message are paired one to
+// one, those at the same place first and the rest in list order, so that
+// three warnings where the previous build had two still make one new.
+BuildComparison compareDiagnosticsAllowingMoves(const QList<BuildDiagnostic>& current,
+                                                const std::optional<QList<BuildDiagnostic>>& previous);
+
 } // namespace corvane

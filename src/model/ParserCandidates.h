@@ -7,6 +7,8 @@
 // extension or severity word; colons are rare in the long compiler command
 // lines that make up most of a log, and memchr finds them quickly.
 
+#include "ParserMatches.h"
+
 #include <cstdint>
 #include <string>
 #include <string_view>
@@ -29,5 +31,23 @@ std::vector<int64_t> findExtensionCandidates(std::string_view utf8);
 // directly followed by ":", ascending. No other character folds into these
 // words under case-insensitive matching, so the list is exact.
 std::vector<int64_t> findSeverityWordCandidates(std::string_view utf8);
+
+// Both lists above, from one pass over the text that also tells whether it
+// holds piece separators; the lists are those of the text as it is.
+struct Candidates {
+    std::vector<int64_t> extensions;
+    std::vector<int64_t> severityWords;
+    bool hasPieceSeparators = false;
+};
+Candidates findCandidates(std::string_view utf8);
+
+enum class TailOutcome { match, noMatch, undecided };
+
+// What the located pattern from the "\\." of its path on does at `dot`,
+// decided on ASCII bytes alone. Wherever a non-ASCII character could take
+// part (fold into an extension or a severity word, be a Unicode digit or
+// white space) the answer is `undecided`, for the regular expression to
+// decide. A match fills every group but the whole and the path's start.
+TailOutcome matchLocatedTailAscii(std::string_view utf8, int64_t dot, LocatedMatch& match);
 
 } // namespace corvane

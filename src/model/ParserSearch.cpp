@@ -22,8 +22,7 @@ namespace {
 // of treating the place as the start of the input.
 class AnchoredMatcher {
 public:
-    AnchoredMatcher(const icu::RegexPattern& pattern, UText* text, int64_t length)
-        : m_length(length)
+    AnchoredMatcher(const icu::RegexPattern& pattern, UText* text, int64_t length) : m_length(length)
     {
         UErrorCode status = U_ZERO_ERROR;
         m_matcher.reset(pattern.matcher(status));
@@ -53,10 +52,7 @@ private:
     int64_t m_length;
 };
 
-bool isLineBreak(unsigned char c)
-{
-    return c == '\n' || c == '\r';
-}
+bool isLineBreak(unsigned char c) { return c == '\n' || c == '\r'; }
 
 // Finds line starts (after CR or LF) for ascending positions, scanning each
 // byte at most once over the whole sequence of calls.
@@ -125,10 +121,7 @@ bool isWhiteSpace(UChar32 c)
 }
 
 // The characters after which "(?m)^" holds.
-bool isLineTerminator(UChar32 c)
-{
-    return (c >= '\n' && c <= '\r') || c == 0x85 || c == 0x2028 || c == 0x2029;
-}
+bool isLineTerminator(UChar32 c) { return (c >= '\n' && c <= '\r') || c == 0x85 || c == 0x2028 || c == 0x2029; }
 
 struct PlacedChar {
     int64_t at;
@@ -157,6 +150,20 @@ PlacedChar charBefore(std::string_view text, int64_t floor, int64_t end)
 // CR or LF.
 int64_t earliestSimpleStart(std::string_view text, int64_t floor, int64_t word, std::vector<PlacedChar>& run)
 {
+    // Most words follow ASCII: decide those without decoding characters.
+    const auto* bytes = reinterpret_cast<const unsigned char*>(text.data());
+    int64_t spaceStart = word;
+    while (spaceStart > floor && bytes[spaceStart - 1] < 0x80 && isWhiteSpace(bytes[spaceStart - 1]))
+        --spaceStart;
+    if (spaceStart == 0 || bytes[spaceStart - 1] < 0x80) {
+        unsigned char previous = spaceStart > 0 ? bytes[spaceStart - 1] : 0;
+        for (int64_t at = spaceStart; at < word; ++at) {
+            if (at == 0 || bytes[at] == '\n' || bytes[at] == '\r' || isLineTerminator(previous))
+                return at;
+            previous = bytes[at];
+        }
+        return word == 0 || isLineTerminator(previous) ? word : -1;
+    }
     run.clear();
     int64_t at = word;
     while (at > floor) {
@@ -191,8 +198,14 @@ int64_t earliestSimpleStart(std::string_view text, int64_t floor, int64_t word, 
 std::vector<LocatedMatch> findLocatedAtCandidates(const icu::RegexPattern& location,
                                                   const icu::RegexPattern& locationTail, std::string_view utf8)
 {
+    return findLocatedAtCandidates(location, locationTail, utf8, findExtensionCandidates(utf8));
+}
+
+std::vector<LocatedMatch> findLocatedAtCandidates(const icu::RegexPattern& location,
+                                                  const icu::RegexPattern& locationTail, std::string_view utf8,
+                                                  const std::vector<int64_t>& dots)
+{
     std::vector<LocatedMatch> matches;
-    const std::vector<int64_t> dots = findExtensionCandidates(utf8);
     if (dots.empty())
         return matches;
     UTextHandle text = openUtf8(utf8);
@@ -215,16 +228,33 @@ std::vector<LocatedMatch> findLocatedAtCandidates(const icu::RegexPattern& locat
     for (const int64_t dot : dots) {
         if (dot < resume + 2)
             continue;
+        // What the tail does at this "." when the ASCII test could tell.
+        LocatedMatch groups;
+        TailOutcome outcome = TailOutcome::undecided;
+        auto tailMatches = [&] {
+            outcome = matchLocatedTailAscii(utf8, dot, groups);
+            return outcome == TailOutcome::undecided ? tail.matchesAt(dot) : outcome == TailOutcome::match;
+        };
         const bool tailTried = !slashFirst;
-        if (tailTried && !tail.matchesAt(dot))
+        if (tailTried && !tailMatches())
             continue;
         const int64_t lineStart = std::max(lines.startOf(dot), resume);
         // The path needs at least one character between its "/" and the ".".
         const int64_t slash = slashes.find(lineStart, dot - 1);
         slashFirst = slash < 0;
-        if (slash < 0 || (!tailTried && !tail.matchesAt(dot)) || !full.matchesAt(slash))
+        if (slash < 0 || (!tailTried && !tailMatches()))
             continue;
-        matches.push_back(locatedGroups(full.matcher()));
+        // The lazy path from this "/" stops at the first "." where the tail
+        // matches, which is this one, so the tail's groups are the match's.
+        if (outcome == TailOutcome::match) {
+            groups.path.begin = slash;
+            groups.whole = {slash, groups.message.end};
+            matches.push_back(groups);
+        } else {
+            if (!full.matchesAt(slash))
+                continue;
+            matches.push_back(locatedGroups(full.matcher()));
+        }
         resume = matches.back().whole.end;
     }
     return matches;
@@ -237,8 +267,13 @@ std::vector<LocatedMatch> findLocatedAtCandidates(const icu::RegexPattern& locat
 // allowed place of the white space before the word.
 std::vector<SimpleMatch> findSimpleAtCandidates(const icu::RegexPattern& simple, std::string_view utf8)
 {
+    return findSimpleAtCandidates(simple, utf8, findSeverityWordCandidates(utf8));
+}
+
+std::vector<SimpleMatch> findSimpleAtCandidates(const icu::RegexPattern& simple, std::string_view utf8,
+                                                const std::vector<int64_t>& words)
+{
     std::vector<SimpleMatch> matches;
-    const std::vector<int64_t> words = findSeverityWordCandidates(utf8);
     if (words.empty())
         return matches;
     UTextHandle text = openUtf8(utf8);

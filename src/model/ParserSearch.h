@@ -24,4 +24,11 @@ std::vector<LocatedMatch> findLocatedAtCandidates(const icu::RegexPattern& locat
                                                   const icu::RegexPattern& locationTail, std::string_view utf8);
 std::vector<SimpleMatch> findSimpleAtCandidates(const icu::RegexPattern& simple, std::string_view utf8);
 
+// The same searches from candidates already found (see findCandidates).
+std::vector<LocatedMatch> findLocatedAtCandidates(const icu::RegexPattern& location,
+                                                  const icu::RegexPattern& locationTail, std::string_view utf8,
+                                                  const std::vector<int64_t>& extensionCandidates);
+std::vector<SimpleMatch> findSimpleAtCandidates(const icu::RegexPattern& simple, std::string_view utf8,
+                                                const std::vector<int64_t>& severityWordCandidates);
+
 } // namespace corvane

@@ -73,17 +73,19 @@ Result<void> runGzip(const QString& path, const std::function<void(QByteArrayVie
     // waitForReadyRead services both pipes, so gzip can never stall on a full
     // standard-error pipe while we wait for standard output.
     gzip.setReadChannel(QProcess::StandardOutput);
-    while (gzip.waitForReadyRead(-1)) {
-        const QByteArray chunk = gzip.readAll();
-        if (!chunk.isEmpty())
-            sink(chunk);
-    }
+    // One buffer for every piece: a new array for each would be allocated,
+    // faulted in and freed again hundreds of times on a large log.
+    QByteArray buffer(qsizetype(1) << 20, Qt::Uninitialized);
+    const auto drain = [&] {
+        for (qint64 read; (read = gzip.read(buffer.data(), buffer.size())) > 0;)
+            sink(QByteArrayView(buffer.constData(), qsizetype(read)));
+    };
+    while (gzip.waitForReadyRead(-1))
+        drain();
     if (gzip.state() != QProcess::NotRunning)
         gzip.waitForFinished(-1);
     // Output that arrived together with the end of the process.
-    const QByteArray rest = gzip.readAll();
-    if (!rest.isEmpty())
-        sink(rest);
+    drain();
 
     const QByteArray standardError = gzip.readAllStandardError();
     if (gzip.exitStatus() == QProcess::CrashExit)

@@ -1,6 +1,5 @@
 #include "ReadableTextExtractor.h"
 
-#include <bit>
 #include <cstdint>
 #include <cstring>
 #include <utility>
@@ -14,42 +13,24 @@ namespace corvane {
 
 namespace {
 
-constexpr std::uint64_t repeated(unsigned char byte) { return 0x0101010101010101ULL * byte; }
-
-constexpr std::uint64_t highBits = repeated(0x80);
-constexpr std::uint64_t lowBits = repeated(0x7F);
-
-// Per byte of the word, the high bit set when the byte is zero. Exact for
-// every byte (no borrow crosses from one byte into the next), so the lowest
-// set bit locates the first match.
-inline std::uint64_t zeroBytes(std::uint64_t word)
-{
-    return ~(((word & lowBits) + lowBits) | word) & highBits;
-}
-
-// Per byte, the high bit set when the byte ends a run: below 32 except tab,
-// line feed and carriage return, or 127.
-inline std::uint64_t separatorBytes(std::uint64_t word)
-{
-    const std::uint64_t atLeast32 = (((word & lowBits) + repeated(0x60)) | word) & highBits;
-    const std::uint64_t below32 = ~atLeast32 & highBits;
-    const std::uint64_t keptControls =
-        zeroBytes(word ^ repeated('\t')) | zeroBytes(word ^ repeated('\n')) | zeroBytes(word ^ repeated('\r'));
-    return (below32 & ~keptControls) | zeroBytes(word ^ repeated(0x7F));
-}
-
 // Offset of the first byte in [from, size) that ends a run, or size. Looks at
-// eight bytes at a time: most of a log is long stretches of plain text.
+// thirty-two bytes a round in two vectors, which the compiler turns into the
+// processor's vector instructions: most of a log is long stretches of plain
+// text.
 qsizetype findSeparator(const char* data, qsizetype from, qsizetype size)
 {
+    using Bytes = unsigned char __attribute__((vector_size(16)));
+    const auto separators = [](Bytes v) { return ((v < 32) & (v != '\t') & (v != '\n') & (v != '\r')) | (v == 127); };
     qsizetype i = from;
-    if constexpr (std::endian::native == std::endian::little) {
-        for (; size - i >= 8; i += 8) {
-            std::uint64_t word;
-            std::memcpy(&word, data + i, sizeof word);
-            if (const std::uint64_t separators = separatorBytes(word))
-                return i + std::countr_zero(separators) / 8;
-        }
+    for (; size - i >= 32; i += 32) {
+        Bytes low, high;
+        std::memcpy(&low, data + i, 16);
+        std::memcpy(&high, data + i + 16, 16);
+        const auto hits = separators(low) | separators(high);
+        std::uint64_t halves[2];
+        std::memcpy(halves, &hits, sizeof halves);
+        if (halves[0] | halves[1])
+            break;
     }
     for (; i < size; ++i) {
         if (!ReadableTextExtractor::isTextByte(static_cast<unsigned char>(data[i])))

@@ -4,6 +4,7 @@
 #include "ParserCandidates.h"
 #include "ParserPatterns.h"
 
+#include <algorithm>
 #include <string>
 
 namespace corvane {
@@ -26,6 +27,62 @@ void forEachMatch(const icu::RegexPattern* pattern, std::string_view utf8, Callb
     matcher->reset(text.get());
     while (matcher->find(status) && U_SUCCESS(status))
         callback(*matcher);
+}
+
+QString slice(std::string_view text, ByteRange range)
+{
+    return QString::fromUtf8(text.data() + range.begin, qsizetype(range.end - range.begin));
+}
+
+// The records built step by step as the parser is defined, every group
+// turned into a string first, so that the parser's shortcuts from the bytes
+// are checked too. Ids and timestamps are left empty.
+QList<BuildDiagnostic> recordsByDefinition(std::string_view text, const PassMatches& matches)
+{
+    QList<BuildDiagnostic> result;
+    auto append = [&](BuildDiagnostic d) {
+        for (const BuildDiagnostic& kept : result) {
+            if (kept.signature() == d.signature())
+                return;
+        }
+        result.append(std::move(d));
+    };
+    auto severityOf = [](const QString& word) { return severityFromRawValue(word).value_or(DiagnosticSeverity::note); };
+    for (const LocatedMatch& m : matches.located) {
+        if (!m.path.valid() || !m.line.valid() || !m.severity.valid() || !m.message.valid())
+            continue;
+        BuildDiagnostic d;
+        d.filePath = slice(text, m.path);
+        d.line = DiagnosticParser::readNumber(slice(text, m.line));
+        const QString word = slice(text, m.severity).toLower();
+        d.message = DiagnosticParser::cleanMessage(slice(text, m.message));
+        if (m.column.valid() && !m.column.empty())
+            d.column = DiagnosticParser::readNumber(slice(text, m.column));
+        if (d.message.isEmpty())
+            continue;
+        d.severity = severityOf(word);
+        d.rawText = *d.filePath + (d.line ? u':' + QString::number(*d.line) : QString())
+            + (d.column ? u':' + QString::number(*d.column) : QString()) + u": " + word + u": " + d.message;
+        append(std::move(d));
+    }
+    for (const SimpleMatch& m : matches.simple) {
+        if (!m.severity.valid() || !m.message.valid())
+            continue;
+        BuildDiagnostic d;
+        const QString word = slice(text, m.severity).toLower();
+        d.message = DiagnosticParser::cleanMessage(slice(text, m.message));
+        if (d.message.isEmpty())
+            continue;
+        d.severity = severityOf(word);
+        const bool located = std::any_of(result.begin(), result.end(), [&](const BuildDiagnostic& kept) {
+            return rawValue(kept.severity) == word && kept.message == d.message;
+        });
+        if (located)
+            continue;
+        d.rawText = word + u": " + d.message;
+        append(std::move(d));
+    }
+    return result;
 }
 
 } // namespace
@@ -56,7 +113,7 @@ QList<BuildDiagnostic> parseByFullSearch(const DiagnosticParser& parser, std::st
     PassMatches matches;
     matches.located = findLocatedByFullSearch(parser, utf8Text);
     matches.simple = findSimpleByFullSearch(parser, utf8Text);
-    return DiagnosticParser::diagnosticsFromMatches(utf8Text, matches);
+    return recordsByDefinition(utf8Text, matches);
 }
 
 } // namespace corvane
