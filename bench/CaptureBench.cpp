@@ -1,6 +1,6 @@
 // corvane-bench capture: a huge activity log through the path the application
 // takes, from the moment the file appears in DerivedData until the history
-// file is saved: the store's own watcher polls, reads the log on its
+// file is saved: a watcher polls, reads the log on its
 // background pool and hands the text to the store on this thread, which
 // parses, compares and saves. Generating the logs is not timed and happens in
 // a child process, so it does not count towards this process's peak memory.
@@ -9,6 +9,7 @@
 #include "Measurements.h"
 #include "BuildHistoryPersistence.h"
 #include "BuildStore.h"
+#include "DiagnosticParser.h"
 #include "XcodeBuildWatcher.h"
 
 #include <QCoreApplication>
@@ -206,10 +207,10 @@ int runCaptureBench(const std::vector<std::string>& arguments)
     std::fflush(stdout);
 
     BuildStore store;
-    XcodeBuildWatcher& watcher = store.watcher();
-
-    // Timing shims around the store's own callbacks; what they call is
-    // exactly what the application runs.
+    // A watcher of the same folder as the store's, wired the same way but
+    // with timing marks around the capture; what it calls is exactly what
+    // the application runs.
+    XcodeBuildWatcher watcher;
     QElapsedTimer clock;
     clock.start();
     struct Marks {
@@ -222,22 +223,19 @@ int runCaptureBench(const std::vector<std::string>& arguments)
         if (waiting)
             waiting->quit();
     };
-    const XcodeBuildWatcher::StateCallback storeState = watcher.onStateChange;
     watcher.onStateChange = [&](const XcodeBuildWatcher::WatcherState& state) {
         using Kind = XcodeBuildWatcher::WatcherState::Kind;
         if (state.kind == Kind::buildDetected && marks.placed >= 0 && marks.detected < 0)
             marks.detected = clock.nsecsElapsed();
-        storeState(state);
         if (state.kind == Kind::failed) {
             marks.failure = state.payload;
             stop();
         }
     };
-    const XcodeBuildWatcher::BuildCallback storeBuild = watcher.onBuild;
     watcher.onBuild = [&](const QString& logPath, const QByteArray& text) {
         marks.delivered = clock.nsecsElapsed();
         marks.textBytes = text.size();
-        storeBuild(logPath, text);
+        store.captureBuild(text, logPath);
         marks.saved = clock.nsecsElapsed();
         stop();
     };

@@ -2,6 +2,7 @@
 #include "BenchCommand.h"
 #include "BuildHistoryPersistence.h"
 #include "BuildStore.h"
+#include "DiagnosticParser.h"
 
 #include <QElapsedTimer>
 #include <QFile>

@@ -29,7 +29,8 @@ ContentView& CorvaneApp::openWindow()
     // nothing when the watcher already runs, so a second window never starts
     // a second polling loop.
     connect(window.get(), &ContentView::firstShown, this, [this] {
-        QMetaObject::invokeMethod(this, [this] { m_store.watcher().start(); }, Qt::QueuedConnection);
+        QMetaObject::invokeMethod(
+            this, [this] { m_store.startWatching(); }, Qt::QueuedConnection);
     });
     window->show();
     m_windows.push_back(std::move(window));

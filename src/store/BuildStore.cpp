@@ -2,8 +2,8 @@
 
 #include "BuildHistoryPersistence.h"
 #include "DesktopPlatform.h"
+#include "DiagnosticParser.h"
 #include "DiagnosticPreferencesPersistence.h"
-#include "FileNameRanking.h"
 #include "ProjectFocusDefaults.h"
 #include "StorageFile.h"
 #include "UserCommands.h"
@@ -11,11 +11,8 @@
 #include <QFileInfo>
 #include <QPointer>
 #include <QStringBuilder>
-#include <QStringMatcher>
 
 #include <algorithm>
-#include <limits>
-#include <vector>
 #include <string_view>
 
 namespace corvane {
@@ -105,7 +102,7 @@ struct BuildStore::Private {
     DiagnosticParser parser;
     BuildHistoryPersistence persistence;
     DiagnosticPreferencesPersistence preferencePersistence;
-    std::unique_ptr<XcodeBuildWatcher> watcher;
+    std::unique_ptr<XcodeBuildWatcher> watcherInstance;
 
     // The only places that write the published fields: each announces the
     // change while the old value is still in place.
@@ -157,45 +154,10 @@ struct BuildStore::Private {
     }
 
     // The filter settings of one read, gathered once for all diagnostics.
-    struct Visibility {
-        const Private& store;
-        std::optional<QStringMatcher> search;
-
-        bool passes(const BuildDiagnostic& diagnostic, const QString& projectName) const
-        {
-            const bool isWarning = diagnostic.severity == DiagnosticSeverity::warning;
-            const auto keyIn = [&](const QSet<DiagnosticPreferenceKey>& set) {
-                return set.contains(DiagnosticPreferenceKey{projectName, diagnostic.signature()});
-            };
-            switch (store.warningViewMode) {
-            case WarningViewMode::normal:
-                if (!store.severityFilter.contains(diagnostic.severity))
-                    return false;
-                if (isWarning && keyIn(store.ignoredDiagnostics))
-                    return false;
-                break;
-            case WarningViewMode::pinned:
-                if (!isWarning || !keyIn(store.pinnedDiagnostics))
-                    return false;
-                break;
-            case WarningViewMode::ignored:
-                if (!isWarning || !keyIn(store.ignoredDiagnostics))
-                    return false;
-                break;
-            }
-            if (!store.showBuildNoise && diagnostic.isBuildNoise())
-                return false;
-            return !search || search->indexIn(diagnostic.message) >= 0
-                || search->indexIn(FileNameRanking::fileName(diagnostic.filePath)) >= 0;
-        }
-    };
-    Visibility visibility() const
+    DiagnosticVisibility visibility() const
     {
-        // One matcher per read: QString::contains would rebuild its skip
-        // table for every diagnostic.
-        const QString query = searchText.trimmed();
-        return Visibility{*this, query.isEmpty() ? std::nullopt
-                                                 : std::optional<QStringMatcher>(std::in_place, query, Qt::CaseInsensitive)};
+        return DiagnosticVisibility(
+            {severityFilter, searchText, showBuildNoise, warningViewMode, pinnedDiagnostics, ignoredDiagnostics});
     }
 
     const BuildSession* newestSession(const QString& projectName) const
@@ -216,8 +178,10 @@ struct BuildStore::Private {
     {
         QList<BuildSession> updated = sessions;
         updated.prepend(std::move(session));
+        // The oldest builds beyond the limit are gone for good.
+        if (updated.size() > historyLimit)
+            updated.resize(historyLimit);
         setSessions(std::move(updated));
-        q->trimHistory();
     }
 
     void loadPreferences()
@@ -241,7 +205,7 @@ struct BuildStore::Private {
         if (!sessions.isEmpty()) {
             const BuildSession first = sessions.first();
             setActiveSessionID(first.id);
-            q->selectDefaultDiagnostic(first.diagnostics, first.comparison.newDiagnosticIDs);
+            selectDefaultDiagnostic(first.diagnostics, first.comparison.newDiagnosticIDs);
         }
     }
 
@@ -262,7 +226,7 @@ struct BuildStore::Private {
         if (const BuildSession* found = newestSession(name)) {
             const BuildSession session = *found;
             setActiveSessionID(session.id);
-            q->selectDefaultDiagnostic(session.diagnostics, session.comparison.newDiagnosticIDs);
+            selectDefaultDiagnostic(session.diagnostics, session.comparison.newDiagnosticIDs);
         }
     }
 
@@ -291,6 +255,52 @@ struct BuildStore::Private {
         savePreferences();
         q->ensureSelectionVisible();
     }
+
+    void selectDefaultDiagnostic(const QList<BuildDiagnostic>& diagnostics, const QSet<QUuid>& newIDs)
+    {
+        const auto firstWhere = [&](auto predicate) -> std::optional<QUuid> {
+            const auto found = std::find_if(diagnostics.cbegin(), diagnostics.cend(), predicate);
+            return found == diagnostics.cend() ? std::nullopt : std::optional(found->id);
+        };
+        const auto ofSeverity = [](DiagnosticSeverity severity) {
+            return [severity](const BuildDiagnostic& d) { return d.severity == severity; };
+        };
+        std::optional<QUuid> chosen = firstWhere([&](const BuildDiagnostic& d) { return newIDs.contains(d.id); });
+        if (!chosen)
+            chosen = firstWhere(ofSeverity(DiagnosticSeverity::error));
+        if (!chosen)
+            chosen = firstWhere(ofSeverity(DiagnosticSeverity::warning));
+        if (!chosen && !diagnostics.isEmpty())
+            chosen = diagnostics.first().id;
+        setSelectedDiagnosticID(chosen);
+    }
+
+    void applyWatcherState(const XcodeBuildWatcher::WatcherState& state)
+    {
+        setCaptureState(CaptureState{state.kind, state.payload});
+        if (state.kind == Kind::failed)
+            setLastWatcherMessage(state.payload);
+    }
+
+    // Created and wired to the store on first use; not started here.
+    XcodeBuildWatcher& watcher()
+    {
+        if (!watcherInstance) {
+            watcherInstance = std::make_unique<XcodeBuildWatcher>();
+            // A background read may finish after the store is gone; the
+            // pointer then reads null and the result is dropped.
+            const QPointer<BuildStore> store(q);
+            watcherInstance->onStateChange = [store](const XcodeBuildWatcher::WatcherState& state) {
+                if (store)
+                    store->d->applyWatcherState(state);
+            };
+            watcherInstance->onBuild = [store](const QString& logPath, const QByteArray& utf8Text) {
+                if (store)
+                    store->captureBuild(utf8Text, logPath);
+            };
+        }
+        return *watcherInstance;
+    }
 };
 
 BuildStore::BuildStore(DesktopPlatform* platform, QObject* parent)
@@ -317,10 +327,40 @@ const QSet<DiagnosticPreferenceKey>& BuildStore::pinnedDiagnostics() const { ret
 const QSet<DiagnosticPreferenceKey>& BuildStore::ignoredDiagnostics() const { return d->ignoredDiagnostics; }
 
 void BuildStore::setSelectedDiagnosticID(std::optional<QUuid> id) { d->setSelectedDiagnosticID(id); }
-void BuildStore::setSeverityFilter(const QSet<DiagnosticSeverity>& filter) { d->setSeverityFilter(filter); }
-void BuildStore::setSearchText(const QString& text) { d->setSearchText(text); }
-void BuildStore::setShowBuildNoise(bool show) { d->setShowBuildNoise(show); }
-void BuildStore::setWarningViewMode(WarningViewMode mode) { d->setWarningViewMode(mode); }
+
+// Writing a filter's current value again is no change, and leaves even a
+// selection the list does not show alone.
+void BuildStore::setSeverityFilter(const QSet<DiagnosticSeverity>& filter)
+{
+    const bool changed = filter != d->severityFilter;
+    d->setSeverityFilter(filter);
+    if (changed)
+        ensureSelectionVisible();
+}
+
+void BuildStore::setSearchText(const QString& text)
+{
+    const bool changed = text != d->searchText;
+    d->setSearchText(text);
+    if (changed)
+        ensureSelectionVisible();
+}
+
+void BuildStore::setShowBuildNoise(bool show)
+{
+    const bool changed = show != d->showBuildNoise;
+    d->setShowBuildNoise(show);
+    if (changed)
+        ensureSelectionVisible();
+}
+
+void BuildStore::setWarningViewMode(WarningViewMode mode)
+{
+    const bool changed = mode != d->warningViewMode;
+    d->setWarningViewMode(mode);
+    if (changed)
+        ensureSelectionVisible();
+}
 
 // ---------------------------------------------------------------------------
 // Active session
@@ -370,7 +410,7 @@ void BuildStore::captureBuild(const QByteArray& utf8Text, const QString& logPath
     if (!d->focusedProjectName || *d->focusedProjectName == projectName) {
         d->setActiveSessionID(captured.id);
         d->setWarningViewMode(WarningViewMode::normal);
-        selectDefaultDiagnostic(d->shownDiagnostics(captured), captured.comparison.newDiagnosticIDs);
+        d->selectDefaultDiagnostic(d->shownDiagnostics(captured), captured.comparison.newDiagnosticIDs);
         d->setLastWatcherMessage(hasPrevious
                                      ? QString(u"Compared with the previous " % projectName % u" build.")
                                      : QString(u"Build captured. Baseline established for " % projectName % u"."));
@@ -394,7 +434,7 @@ void BuildStore::captureManualLog(const QString& text, const QString& sourceName
     if (!d->focusedProjectName) {
         d->setActiveSessionID(captured.id);
         d->setWarningViewMode(WarningViewMode::normal);
-        selectDefaultDiagnostic(captured.diagnostics, {});
+        d->selectDefaultDiagnostic(captured.diagnostics, {});
     }
 
     (void)d->persistence.save(d->sessions);
@@ -405,59 +445,7 @@ void BuildStore::selectSession(const BuildSession& session)
     const BuildSession chosen = session; // the argument may live in `sessions`
     d->setActiveSessionID(chosen.id);
     d->setWarningViewMode(WarningViewMode::normal);
-    selectDefaultDiagnostic(d->shownDiagnostics(chosen), chosen.comparison.newDiagnosticIDs);
-}
-
-void BuildStore::selectDefaultDiagnostic(const QList<BuildDiagnostic>& diagnostics, const QSet<QUuid>& newIDs)
-{
-    const auto firstWhere = [&](auto predicate) -> std::optional<QUuid> {
-        const auto found = std::find_if(diagnostics.cbegin(), diagnostics.cend(), predicate);
-        return found == diagnostics.cend() ? std::nullopt : std::optional(found->id);
-    };
-    const auto ofSeverity = [](DiagnosticSeverity severity) {
-        return [severity](const BuildDiagnostic& d) { return d.severity == severity; };
-    };
-    std::optional<QUuid> chosen = firstWhere([&](const BuildDiagnostic& d) { return newIDs.contains(d.id); });
-    if (!chosen)
-        chosen = firstWhere(ofSeverity(DiagnosticSeverity::error));
-    if (!chosen)
-        chosen = firstWhere(ofSeverity(DiagnosticSeverity::warning));
-    if (!chosen && !diagnostics.isEmpty())
-        chosen = diagnostics.first().id;
-    d->setSelectedDiagnosticID(chosen);
-}
-
-void BuildStore::trimHistory()
-{
-    if (d->sessions.size() <= historyLimit)
-        return;
-    d->setSessions(d->sessions.first(historyLimit));
-}
-
-void BuildStore::applyWatcherState(const XcodeBuildWatcher::WatcherState& state)
-{
-    d->setCaptureState(CaptureState{state.kind, state.payload});
-    if (state.kind == Kind::failed)
-        d->setLastWatcherMessage(state.payload);
-}
-
-XcodeBuildWatcher& BuildStore::watcher()
-{
-    if (!d->watcher) {
-        d->watcher = std::make_unique<XcodeBuildWatcher>();
-        // A background read may finish after the store is gone; the pointer
-        // then reads null and the result is dropped.
-        const QPointer<BuildStore> store(this);
-        d->watcher->onStateChange = [store](const XcodeBuildWatcher::WatcherState& state) {
-            if (store)
-                store->applyWatcherState(state);
-        };
-        d->watcher->onBuild = [store](const QString& logPath, const QByteArray& utf8Text) {
-            if (store)
-                store->captureBuild(utf8Text, logPath);
-        };
-    }
-    return *d->watcher;
+    d->selectDefaultDiagnostic(d->shownDiagnostics(chosen), chosen.comparison.newDiagnosticIDs);
 }
 
 // ---------------------------------------------------------------------------
@@ -465,24 +453,7 @@ XcodeBuildWatcher& BuildStore::watcher()
 
 bool BuildStore::isDiagnosticVisible(const BuildDiagnostic& diagnostic, const BuildSession& session) const
 {
-    return d->visibility().passes(diagnostic, session.projectName);
-}
-
-bool BuildStore::diagnosticDisplayOrder(const BuildDiagnostic& a, const BuildDiagnostic& b) const
-{
-    if (a.severity != b.severity)
-        return int(a.severity) < int(b.severity);
-    if (a.severity == DiagnosticSeverity::warning) {
-        const bool aPinned = isPinned(a);
-        if (aPinned != isPinned(b))
-            return aPinned;
-    }
-    const QString aName = a.diagnosticFileName();
-    const QString bName = b.diagnosticFileName();
-    if (aName != bName)
-        return FileNameRanking::compare(aName, bName) < 0;
-    constexpr qint64 noLine = std::numeric_limits<qint64>::max();
-    return a.line.value_or(noLine) < b.line.value_or(noLine);
+    return d->visibility().isVisible(diagnostic, session.projectName);
 }
 
 QList<BuildDiagnostic> BuildStore::visibleDiagnostics() const
@@ -501,66 +472,25 @@ QList<BuildDiagnostic> BuildStore::visibleDiagnostics() const
 QList<qsizetype> BuildStore::visibleDiagnosticPositions() const
 {
     const BuildSession* session = d->activeSession();
-    if (!session)
-        return {};
+    return session ? d->visibility().order(*session) : QList<qsizetype>();
+}
 
-    // The rule of diagnosticDisplayOrder, with the set lookups done once per
-    // diagnostic and the collator consulted once per distinct file name.
-    struct Entry {
-        qsizetype position;
-        int severity;
-        bool pinned;
-        FileNameRanking::Place name;
-        qint64 line;
-    };
-    const Private::Visibility visibility = d->visibility();
-    const QString& project = session->projectName;
-    const QList<BuildDiagnostic>& diagnostics = session->diagnostics;
-    QList<qsizetype> shown;
-    QList<QStringView> fileNames;
-    for (qsizetype position = 0; position < diagnostics.size(); ++position) {
-        const BuildDiagnostic& diagnostic = diagnostics[position];
-        if (visibility.passes(diagnostic, project)) {
-            shown.append(position);
-            fileNames.append(FileNameRanking::fileName(diagnostic.filePath));
-        }
-    }
-    const FileNameRanking ranking(fileNames);
-    const QString preferenceProject = preferenceProjectName();
-    std::vector<Entry> entries;
-    entries.reserve(size_t(shown.size()));
-    for (qsizetype i = 0; i < shown.size(); ++i) {
-        const BuildDiagnostic& diagnostic = diagnostics[shown[i]];
-        const bool pinned = diagnostic.severity == DiagnosticSeverity::warning
-            && d->pinnedDiagnostics.contains({preferenceProject, diagnostic.signature()});
-        entries.push_back({shown[i], int(diagnostic.severity), pinned, ranking.place(fileNames[i]),
-                           diagnostic.line.value_or(std::numeric_limits<qint64>::max())});
-    }
-
-    std::stable_sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) {
-        if (a.severity != b.severity)
-            return a.severity < b.severity;
-        if (a.pinned != b.pinned)
-            return a.pinned;
-        if (a.name.identity != b.name.identity)
-            return a.name.rank < b.name.rank;
-        return a.line < b.line;
-    });
-
-    QList<qsizetype> order;
-    order.reserve(qsizetype(entries.size()));
-    for (const Entry& entry : entries)
-        order.append(entry.position);
-    return order;
+QList<DiagnosticFileGroup> BuildStore::visibleDiagnosticGroups() const
+{
+    const BuildSession* session = d->activeSession();
+    return session ? d->visibility().fileGroups(*session) : QList<DiagnosticFileGroup>();
 }
 
 QList<BuildDiagnostic> BuildStore::visibleFixedDiagnostics() const
 {
     const BuildSession* session = d->activeSession();
-    if (!session)
-        return {};
-    const QList<BuildDiagnostic>& fixed = session->comparison.fixedDiagnostics;
-    return d->showBuildNoise ? fixed : withoutNoise(fixed);
+    return session ? d->visibility().fixedDiagnostics(session->comparison) : QList<BuildDiagnostic>();
+}
+
+QList<BuildDiagnostic> BuildStore::listedFixedDiagnostics() const
+{
+    const BuildSession* session = d->activeSession();
+    return session ? d->visibility().listedFixedDiagnostics(session->comparison) : QList<BuildDiagnostic>();
 }
 
 QList<BuildSession> BuildStore::visibleSessions() const
@@ -597,13 +527,7 @@ std::optional<BuildDiagnostic> BuildStore::selectedDiagnostic() const
 bool BuildStore::hasVisibleDiagnostics() const
 {
     const BuildSession* session = d->activeSession();
-    if (!session)
-        return false;
-    const Private::Visibility visibility = d->visibility();
-    return std::any_of(session->diagnostics.cbegin(), session->diagnostics.cend(),
-                       [&](const BuildDiagnostic& diagnostic) {
-                           return visibility.passes(diagnostic, session->projectName);
-                       });
+    return session && d->visibility().anyVisible(*session);
 }
 
 void BuildStore::ensureSelectionVisible()
@@ -656,7 +580,7 @@ QStringList BuildStore::projectNames() const
         seen.insert(session.projectName);
         names.append(session.projectName);
     }
-    return FileNameRanking::sorted(names);
+    return nameCollation::sorted(names);
 }
 
 void BuildStore::setFocusedProject(const std::optional<QString>& projectName)
@@ -703,11 +627,13 @@ void BuildStore::importLogFile(const QString& path)
 
 void BuildStore::loadSampleDiagnostics() { captureManualLog(sampleBuildLog(), sampleSourceName); }
 
+void BuildStore::startWatching() { d->watcher().start(); }
+
 void BuildStore::restartWatcher()
 {
-    XcodeBuildWatcher& w = watcher();
-    w.stop();
-    w.start();
+    XcodeBuildWatcher& watcher = d->watcher();
+    watcher.stop();
+    watcher.start();
 }
 
 void BuildStore::clearHistory()
@@ -720,6 +646,7 @@ void BuildStore::clearHistory()
     d->setSearchText(QString());
     d->setLastWatcherMessage(std::nullopt);
     ProjectFocusDefaults::save(std::nullopt);
+    ensureSelectionVisible();
     const Result<void> cleared = d->persistence.clear();
     if (!cleared)
         d->setLastWatcherMessage(u"Could not clear saved build history: " % cleared.error().description);

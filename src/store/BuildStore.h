@@ -3,9 +3,9 @@
 #include "BuildComparison.h"
 #include "BuildDiagnostic.h"
 #include "BuildSession.h"
-#include "DiagnosticParser.h"
 #include "DiagnosticPreferenceKey.h"
 #include "DiagnosticSeverity.h"
+#include "DiagnosticVisibility.h"
 #include "XcodeBuildWatcher.h"
 
 #include <QByteArray>
@@ -61,7 +61,7 @@ public:
         bool operator==(const CaptureState&) const = default;
     };
 
-    enum class WarningViewMode { normal, pinned, ignored };
+    using WarningViewMode = corvane::WarningViewMode;
     static constexpr std::array<WarningViewMode, 3> allWarningViewModes{
         WarningViewMode::normal, WarningViewMode::pinned, WarningViewMode::ignored};
     // "Warnings", "Pinned", "Ignored".
@@ -90,7 +90,8 @@ public:
     const QSet<DiagnosticPreferenceKey>& pinnedDiagnostics() const;
     const QSet<DiagnosticPreferenceKey>& ignoredDiagnostics() const;
 
-    // The fields the views write directly.
+    // The fields the views write directly. Each setter that can hide the
+    // selected diagnostic repairs the selection itself.
     void setSelectedDiagnosticID(std::optional<QUuid> id);
     void setSeverityFilter(const QSet<DiagnosticSeverity>& filter);
     void setSearchText(const QString& text);
@@ -107,13 +108,16 @@ public:
     QList<qsizetype> visibleDiagnosticPositions() const;
     // Whether visibleDiagnostics() would hold anything, without sorting it.
     bool hasVisibleDiagnostics() const;
+    // visibleDiagnostics() by file, as the list's sections show it.
+    QList<DiagnosticFileGroup> visibleDiagnosticGroups() const;
     QList<BuildDiagnostic> visibleFixedDiagnostics() const;
+    // The fixed diagnostics narrowed by the search and the severity filter.
+    QList<BuildDiagnostic> listedFixedDiagnostics() const;
     QList<BuildSession> visibleSessions() const;
     std::optional<BuildDiagnostic> selectedDiagnostic() const;
     QString preferenceProjectName() const;
     QStringList projectNames() const;
     bool isDiagnosticVisible(const BuildDiagnostic& diagnostic, const BuildSession& session) const;
-    bool diagnosticDisplayOrder(const BuildDiagnostic& a, const BuildDiagnostic& b) const;
     bool isPinned(const BuildDiagnostic& diagnostic) const;
     bool isIgnored(const BuildDiagnostic& diagnostic) const;
 
@@ -121,9 +125,6 @@ public:
     void captureBuild(const QByteArray& utf8Text, const QString& logPath);
     void captureManualLog(const QString& text, const QString& sourceName);
     void selectSession(const BuildSession& session);
-    void selectDefaultDiagnostic(const QList<BuildDiagnostic>& diagnostics, const QSet<QUuid>& newIDs);
-    void trimHistory();
-    void applyWatcherState(const XcodeBuildWatcher::WatcherState& state);
     void ensureSelectionVisible();
 
     // Pins, ignores and focus.
@@ -136,11 +137,11 @@ public:
     // The import without the chooser: a log named on the command line.
     void importLogFile(const QString& path);
     void loadSampleDiagnostics();
+    // Starts the watcher of $HOME's DerivedData folder, created on first use;
+    // does nothing while it runs.
+    void startWatching();
     void restartWatcher();
     void clearHistory();
-
-    // Created and wired to this store on first use; not started here.
-    XcodeBuildWatcher& watcher();
 
 Q_SIGNALS:
     // Emitted before every assignment to a published field. Views schedule a

@@ -35,7 +35,7 @@ QToolButton* plainButton(const QString& objectName, QWidget* parent)
     return button;
 }
 
-QIcon pagerIcon(const QString& symbol)
+QIcon pagerIcon(theme::Symbol symbol)
 {
     QIcon icon;
     for (qreal ratio : {1.0, 2.0}) {
@@ -76,9 +76,7 @@ protected:
 BuildHistorySection::BuildHistorySection(BuildStore& store, QWidget* parent)
     : QWidget(parent),
       m_store(store),
-      m_refresh(new StoreRefresh(store, [this](const auto&) { refresh(); }, this)),
-      m_lastSessionCount(store.sessions().size()),
-      m_lastFocus(store.focusedProjectName()),
+      m_refresh(new StoreRefresh(store, *this, [this](const auto& changed) { refresh(changed); })),
       m_toggle(plainButton(QStringLiteral("historyToggle"), this)),
       m_pager(new QWidget(this)),
       m_newer(plainButton(QStringLiteral("newerBuildsButton"), m_pager)),
@@ -113,19 +111,19 @@ BuildHistorySection::BuildHistorySection(BuildStore& store, QWidget* parent)
     m_range->setMinimumWidth(62);
     m_range->setAlignment(Qt::AlignCenter);
 
-    m_newer->setIcon(pagerIcon(QStringLiteral("chevron.left")));
+    m_newer->setIcon(pagerIcon(theme::Symbol::chevronLeft));
     m_newer->setToolTip(QStringLiteral("Newer builds"));
     m_newer->setAccessibleName(QStringLiteral("Newer builds"));
-    m_older->setIcon(pagerIcon(QStringLiteral("chevron.right")));
+    m_older->setIcon(pagerIcon(theme::Symbol::chevronRight));
     m_older->setToolTip(QStringLiteral("Older builds"));
     m_older->setAccessibleName(QStringLiteral("Older builds"));
     for (QToolButton* button : {m_newer, m_older}) {
         button->setFixedSize(24, 22);
         button->setIconSize(QSize(10, 10));
     }
-    connect(m_newer, &QToolButton::clicked, this, [this] { move(HistoryPager::newer(m_startIndex)); });
+    connect(m_newer, &QToolButton::clicked, this, [this] { pageTo(HistoryPager::newer(m_startIndex)); });
     connect(m_older, &QToolButton::clicked, this,
-            [this] { move(HistoryPager::older(m_store.visibleSessions().size(), m_startIndex)); });
+            [this] { pageTo(HistoryPager::older(m_store.visibleSessions().size(), m_startIndex)); });
 
     connect(m_newer, &QToolButton::clicked, this, [this] { slideCards(-1); });
     connect(m_older, &QToolButton::clicked, this, [this] { slideCards(1); });
@@ -203,25 +201,20 @@ BuildHistorySection::BuildHistorySection(BuildStore& store, QWidget* parent)
     refresh();
 }
 
-void BuildHistorySection::refresh()
+void BuildHistorySection::refresh(const QSet<BuildStore::Field>& changed)
 {
+    // Back to the newest builds when a build arrived or left (also at the
+    // history's limit, where the count stays the same), or the focus moved.
+    if (changed.contains(BuildStore::Field::sessions) || changed.contains(BuildStore::Field::focusedProjectName))
+        m_startIndex = 0;
     const QList<BuildSession> sessions = m_store.visibleSessions();
     const qsizetype count = sessions.size();
-
-    // Back to the newest builds when a build arrived or left, or the focus
-    // moved to another project.
-    const qsizetype sessionCount = m_store.sessions().size();
-    const std::optional<QString> focus = m_store.focusedProjectName();
-    if (sessionCount != m_lastSessionCount || focus != m_lastFocus)
-        m_startIndex = 0;
-    m_lastSessionCount = sessionCount;
-    m_lastFocus = focus;
 
     // Setting an icon repaints the button even when it is the same one.
     if (m_toggleShowsExpanded != m_expanded) {
         m_toggleShowsExpanded = m_expanded;
-        m_toggle->setIcon(theme::symbolIcon(m_expanded ? QStringLiteral("chevron.down")
-                                                       : QStringLiteral("chevron.right"),
+        m_toggle->setIcon(theme::symbolIcon(m_expanded ? theme::Symbol::chevronDown
+                                                       : theme::Symbol::chevronRight,
                                             theme::secondaryText(), 9));
     }
     const bool paged = m_expanded && HistoryPager::isNeeded(count);
@@ -247,16 +240,11 @@ void BuildHistorySection::refresh()
     }
 }
 
-void BuildHistorySection::move(qsizetype newStart)
+void BuildHistorySection::pageTo(qsizetype newStart)
 {
     m_startIndex = newStart;
     m_cardsArea->horizontalScrollBar()->setValue(0);
     refresh();
-}
-
-void BuildHistorySection::resetPaging()
-{
-    move(0);
 }
 
 void BuildHistorySection::setExpanded(bool expanded)

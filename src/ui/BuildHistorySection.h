@@ -28,8 +28,6 @@ class BuildHistorySection : public QWidget {
 public:
     explicit BuildHistorySection(BuildStore& store, QWidget* parent = nullptr);
 
-    // Back to the newest builds.
-    void resetPaging();
     bool isExpanded() const { return m_expanded; }
     void setExpanded(bool expanded);
 
@@ -37,8 +35,11 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
-    void refresh();
-    void move(qsizetype newStart);
+    // After a store change, with the fields that changed; after a change of
+    // the section's own, with none.
+    void refresh(const QSet<BuildStore::Field>& changed = {});
+    // Shows the page that starts at this index of the visible sessions.
+    void pageTo(qsizetype newStart);
     void animateCards(bool show);
     // Brings the new page in from the side it lies on: -1 newer, 1 older.
     void slideCards(int direction);
@@ -48,9 +49,6 @@ private:
     bool m_expanded = true;
     std::optional<bool> m_toggleShowsExpanded;
     qsizetype m_startIndex = 0;
-    // What the reset rules compare against: the last values seen.
-    qsizetype m_lastSessionCount;
-    std::optional<QString> m_lastFocus;
 
     QToolButton* m_toggle;
     QWidget* m_pager;

@@ -1,6 +1,7 @@
 #include "CleanBuildPanel.h"
 
 #include "DisplayText.h"
+#include "StoreRefresh.h"
 #include "Theme.h"
 
 #include <QHBoxLayout>
@@ -33,7 +34,7 @@ protected:
         painter.drawEllipse(centre, outerDiameter / 2.0, outerDiameter / 2.0);
         painter.setPen(QPen(theme::withOpacity(green, 0.08), 10));
         painter.drawEllipse(centre, innerDiameter / 2.0, innerDiameter / 2.0);
-        const QPixmap check = theme::symbolPixmap(QStringLiteral("checkmark"), green, symbolSize, devicePixelRatioF());
+        const QPixmap check = theme::symbolPixmap(theme::Symbol::checkmark, green, symbolSize, devicePixelRatioF());
         painter.drawPixmap(QRectF(centre.x() - symbolSize / 2.0, centre.y() - symbolSize / 2.0, symbolSize, symbolSize),
                            check, QRectF(check.rect()));
     }
@@ -93,7 +94,7 @@ protected:
     }
 };
 
-QLabel* symbolLabel(const QString& symbol, const QColor& color, int size, QWidget* parent)
+QLabel* symbolLabel(theme::Symbol symbol, const QColor& color, int size, QWidget* parent)
 {
     auto* label = new QLabel(parent);
     label->setPixmap(theme::symbolPixmap(symbol, color, size, parent->devicePixelRatioF()));
@@ -133,7 +134,7 @@ CleanBuildPanel::CleanBuildPanel(BuildStore& store, QWidget* parent)
     boxLayout->setSpacing(9);
     auto* countRow = new QHBoxLayout;
     countRow->setSpacing(6);
-    countRow->addWidget(symbolLabel(QStringLiteral("checkmark.circle.fill"), theme::green(), 13, m_fixedBox));
+    countRow->addWidget(symbolLabel(theme::Symbol::checkmarkCircleFill, theme::green(), 13, m_fixedBox));
     m_fixedCount = new OneLineLabel(m_fixedBox);
     m_fixedCount->setFont(theme::monospaced(11, QFont::Bold));
     theme::setForeground(*m_fixedCount, theme::green());
@@ -144,7 +145,7 @@ CleanBuildPanel::CleanBuildPanel(BuildStore& store, QWidget* parent)
         auto* rowLayout = new QHBoxLayout(row);
         rowLayout->setContentsMargins(0, 0, 0, 0);
         rowLayout->setSpacing(8);
-        rowLayout->addWidget(symbolLabel(QStringLiteral("checkmark"), theme::green(), 10, row));
+        rowLayout->addWidget(symbolLabel(theme::Symbol::checkmark, theme::green(), 10, row));
         auto* message = new OneLineLabel(row);
         message->setFont(theme::font(11));
         theme::setForeground(*message, theme::secondaryText());
@@ -156,44 +157,15 @@ CleanBuildPanel::CleanBuildPanel(BuildStore& store, QWidget* parent)
     layout->addWidget(m_fixedBox, 0, Qt::AlignHCenter);
     layout->addStretch(1);
 
-    connect(&m_store, &BuildStore::aboutToChange, this, &CleanBuildPanel::storeWillChange);
-    refresh();
-}
-
-void CleanBuildPanel::storeWillChange(BuildStore::Field field)
-{
+    // The box deliberately ignores the search and severity filters.
     using Field = BuildStore::Field;
-    switch (field) {
-    case Field::sessions:
-    case Field::activeSessionID:
-    case Field::lastWatcherMessage:
-    case Field::showBuildNoise:
-        break;
-    default:
-        // The box deliberately ignores the search and severity filters.
-        return;
-    }
-    m_stale = true;
-    if (m_refreshQueued)
-        return;
-    m_refreshQueued = true;
-    QMetaObject::invokeMethod(this, &CleanBuildPanel::refresh, Qt::QueuedConnection);
-}
-
-void CleanBuildPanel::showEvent(QShowEvent* event)
-{
-    QWidget::showEvent(event);
-    if (m_stale)
-        refresh();
+    new StoreRefresh(store, *this, [this](const auto&) { refresh(); },
+                     {Field::sessions, Field::activeSessionID, Field::lastWatcherMessage, Field::showBuildNoise});
+    refresh();
 }
 
 void CleanBuildPanel::refresh()
 {
-    m_refreshQueued = false;
-    if (testAttribute(Qt::WA_WState_ExplicitShowHide) && testAttribute(Qt::WA_WState_Hidden))
-        return;
-    m_stale = false;
-
     const QString message =
         m_store.lastWatcherMessage().value_or(QStringLiteral("No matching diagnostics in this build."));
     m_message->setText(displayText::withBreakHints(displayText::bounded(message, displayText::cardLimit)));

@@ -20,11 +20,7 @@ public:
 
     explicit CleanBuildPanel(BuildStore& store, QWidget* parent = nullptr);
 
-protected:
-    void showEvent(QShowEvent* event) override;
-
 private:
-    void storeWillChange(BuildStore::Field field);
     void refresh();
 
     BuildStore& m_store;
@@ -33,8 +29,6 @@ private:
     QLabel* m_fixedCount;
     QList<QWidget*> m_fixedRows;
     QList<QLabel*> m_fixedMessages;
-    bool m_refreshQueued = false;
-    bool m_stale = true;
 };
 
 } // namespace corvane

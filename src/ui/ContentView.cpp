@@ -40,17 +40,17 @@ protected:
 ContentView::ContentView(BuildStore& store, DesktopPlatform& platform, QWidget* parent)
     : QWidget(parent),
       m_store(store),
-      m_refresh(new StoreRefresh(store, [this](const auto&) { refresh(); }, this)),
+      m_refresh(new StoreRefresh(store, *this, [this](const auto&) { refresh(); },
+                                 {BuildStore::Field::selectedDiagnosticID, BuildStore::Field::sessions,
+                                  BuildStore::Field::activeSessionID, BuildStore::Field::showBuildNoise})),
       m_header(new HeaderBar(store, this)),
       m_split(new QSplitter(Qt::Horizontal, this)),
       m_sidebar(new Sidebar(store, m_split)),
       m_detail(new QStackedWidget(m_split)),
       m_detailView(new DiagnosticDetailView(store, platform, theme::cardColor(), theme::white(0.075), m_detail)),
-      m_detailEmpty(new InstrumentEmptyState(QStringLiteral("viewfinder"), QStringLiteral("SELECT A DIAGNOSTIC"),
-                                             QStringLiteral("Corvane will show the useful part here."),
-                                             theme::cyan(), m_detail)),
-      m_lastShowBuildNoise(store.showBuildNoise()),
-      m_lastWarningViewMode(store.warningViewMode())
+      m_detailEmpty(new InstrumentEmptyState(theme::Symbol::viewfinder, QStringLiteral("SELECT A DIAGNOSTIC"),
+                                             QStringLiteral("Corvane will show the useful part here."), theme::cyan(),
+                                             m_detail))
 {
     installAccessibleInterfaces();
     setObjectName(QStringLiteral("contentView"));
@@ -83,7 +83,6 @@ ContentView::ContentView(BuildStore& store, DesktopPlatform& platform, QWidget* 
     layout->addWidget(new Hairline(this));
     layout->addWidget(m_split, 1);
 
-    connect(m_header, &HeaderBar::historyCleared, this, [this] { m_sidebar->history().resetPaging(); });
     auto* find = new QShortcut(QKeySequence::Find, this);
     connect(find, &QShortcut::activated, m_header, &HeaderBar::focusSearchField);
 
@@ -92,13 +91,6 @@ ContentView::ContentView(BuildStore& store, DesktopPlatform& platform, QWidget* 
 
 void ContentView::refresh()
 {
-    // Reactions to a changed value only; the first display calls nothing.
-    if (m_store.showBuildNoise() != m_lastShowBuildNoise || m_store.warningViewMode() != m_lastWarningViewMode) {
-        m_lastShowBuildNoise = m_store.showBuildNoise();
-        m_lastWarningViewMode = m_store.warningViewMode();
-        m_store.ensureSelectionVisible();
-    }
-
     // A build-system note stays out of the detail column while notes are
     // hidden, even if it is still the selection.
     const std::optional<BuildDiagnostic> selected = m_store.selectedDiagnostic();

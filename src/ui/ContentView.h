@@ -47,9 +47,6 @@ private:
     QStackedWidget* m_detail;
     DiagnosticDetailView* m_detailView;
     InstrumentEmptyState* m_detailEmpty;
-    // The values the change reactions compare with.
-    bool m_lastShowBuildNoise;
-    BuildStore::WarningViewMode m_lastWarningViewMode;
     bool m_shown = false;
 };
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Theme.h"
+
 #include <QColor>
 #include <QFont>
 #include <QString>
@@ -15,7 +17,7 @@ class CountChip : public QWidget {
 
 public:
     struct Style {
-        QString symbol;
+        theme::Symbol symbol = theme::Symbol::checkmark;
         QColor color;
         QFont font;
         int symbolSize = 12;

@@ -1,6 +1,7 @@
 #include "DiagnosticDetailView.h"
 
 #include "DisplayText.h"
+#include "StoreRefresh.h"
 #include "Theme.h"
 #include "UserCommands.h"
 
@@ -167,7 +168,7 @@ protected:
     void wheelEvent(QWheelEvent* event) override { event->ignore(); }
 };
 
-QPushButton* actionButton(const QString& text, const QString& symbol, QWidget* parent)
+QPushButton* actionButton(const QString& text, theme::Symbol symbol, QWidget* parent)
 {
     auto* button = new QPushButton(text, parent);
     button->setIcon(theme::symbolIcon(symbol, theme::primaryText(), 14));
@@ -275,9 +276,9 @@ DiagnosticDetailView::DiagnosticDetailView(BuildStore& store, DesktopPlatform& p
     auto* barLayout = new QHBoxLayout(bar);
     barLayout->setContentsMargins(16, 0, 16, 0);
     barLayout->setSpacing(10);
-    m_openButton = actionButton(QStringLiteral("Open in Xcode"), QStringLiteral("arrow.up.forward.square"), bar);
-    m_copyCleanButton = actionButton(QStringLiteral("Copy Clean Error"), QStringLiteral("doc.on.doc"), bar);
-    m_copyChatGPTButton = actionButton(QStringLiteral("Copy for ChatGPT"), QStringLiteral("text.bubble"), bar);
+    m_openButton = actionButton(QStringLiteral("Open in Xcode"), theme::Symbol::arrowUpForwardSquare, bar);
+    m_copyCleanButton = actionButton(QStringLiteral("Copy Clean Error"), theme::Symbol::docOnDoc, bar);
+    m_copyChatGPTButton = actionButton(QStringLiteral("Copy for ChatGPT"), theme::Symbol::textBubble, bar);
     const QKeySequence copyShortcut(QStringLiteral("Ctrl+Shift+C"));
     m_copyChatGPTButton->setToolTip(copyShortcut.toString(QKeySequence::NativeText));
     barLayout->addWidget(m_openButton, 0, Qt::AlignVCenter);
@@ -303,7 +304,9 @@ DiagnosticDetailView::DiagnosticDetailView(BuildStore& store, DesktopPlatform& p
     connect(m_openButton, &QPushButton::clicked, this, [this] { openInXcode(m_diagnostic, m_platform); });
     connect(m_copyCleanButton, &QPushButton::clicked, this, &DiagnosticDetailView::copyCleanError);
     connect(m_copyChatGPTButton, &QPushButton::clicked, this, &DiagnosticDetailView::copyForChatGPT);
-    connect(&m_store, &BuildStore::aboutToChange, this, &DiagnosticDetailView::storeWillChange);
+    using Field = BuildStore::Field;
+    new StoreRefresh(store, *this, [this](const auto&) { refreshStatus(); },
+                     {Field::sessions, Field::activeSessionID, Field::pinnedDiagnostics, Field::ignoredDiagnostics});
 
     setDiagnostic(BuildDiagnostic{});
 }
@@ -334,20 +337,6 @@ void DiagnosticDetailView::setDiagnostic(const BuildDiagnostic& diagnostic)
     refreshStatus();
 }
 
-void DiagnosticDetailView::storeWillChange()
-{
-    if (m_refreshQueued)
-        return;
-    m_refreshQueued = true;
-    QMetaObject::invokeMethod(
-        this,
-        [this] {
-            m_refreshQueued = false;
-            refreshStatus();
-        },
-        Qt::QueuedConnection);
-}
-
 void DiagnosticDetailView::refreshStatus()
 {
     const bool pinned = m_store.isPinned(m_diagnostic);
@@ -356,20 +345,20 @@ void DiagnosticDetailView::refreshStatus()
     m_pinnedTag->setVisible(pinned);
     m_ignoredTag->setVisible(ignored);
 
-    const auto label = [](QPushButton* button, const QString& text, const QString& symbol) {
+    const auto label = [](QPushButton* button, const QString& text, theme::Symbol symbol) {
         if (button->text() == text)
             return;
         button->setText(text);
         button->setIcon(theme::symbolIcon(symbol, theme::primaryText(), 14));
     };
     if (pinned)
-        label(m_pinButton, QStringLiteral("Unpin Warning"), QStringLiteral("pin.slash.fill"));
+        label(m_pinButton, QStringLiteral("Unpin Warning"), theme::Symbol::pinSlashFill);
     else
-        label(m_pinButton, QStringLiteral("Pin Warning"), QStringLiteral("pin.fill"));
+        label(m_pinButton, QStringLiteral("Pin Warning"), theme::Symbol::pinFill);
     if (ignored)
-        label(m_ignoreButton, QStringLiteral("Restore Warning"), QStringLiteral("eye.fill"));
+        label(m_ignoreButton, QStringLiteral("Restore Warning"), theme::Symbol::eyeFill);
     else
-        label(m_ignoreButton, QStringLiteral("Ignore Warning"), QStringLiteral("eye.slash.fill"));
+        label(m_ignoreButton, QStringLiteral("Ignore Warning"), theme::Symbol::eyeSlashFill);
 }
 
 void DiagnosticDetailView::copyCleanError()

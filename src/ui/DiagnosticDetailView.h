@@ -28,7 +28,6 @@ public:
     const BuildDiagnostic& diagnostic() const;
 
 private:
-    void storeWillChange();
     // Tags and the pin and ignore labels depend on the store, not only on the
     // diagnostic, so they are read again after every store change.
     void refreshStatus();
@@ -56,7 +55,6 @@ private:
     QPushButton* m_openButton;
     QPushButton* m_copyCleanButton;
     QPushButton* m_copyChatGPTButton;
-    bool m_refreshQueued = false;
 };
 
 } // namespace corvane

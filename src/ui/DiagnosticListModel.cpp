@@ -4,9 +4,6 @@
 #include "DisplayText.h"
 #include "Theme.h"
 
-#include <QCollator>
-#include <QHash>
-
 #include <algorithm>
 
 namespace corvane {
@@ -14,7 +11,7 @@ namespace corvane {
 namespace {
 
 const QString fixedSectionTitle = QStringLiteral("FIXED SINCE LAST BUILD");
-const QString fixedSymbol = QStringLiteral("checkmark.circle.fill");
+constexpr theme::Symbol fixedSymbol = theme::Symbol::checkmarkCircleFill;
 
 } // namespace
 
@@ -23,83 +20,33 @@ DiagnosticListModel::DiagnosticListModel(QObject* parent)
 {
 }
 
-QList<BuildDiagnostic> DiagnosticListModel::listedFixedDiagnostics(const BuildStore& store)
-{
-    const QString query = store.searchText().trimmed();
-    const QSet<DiagnosticSeverity>& severities = store.severityFilter();
-    QList<BuildDiagnostic> listed;
-    for (const BuildDiagnostic& d : store.visibleFixedDiagnostics()) {
-        if (!severities.contains(d.severity))
-            continue;
-        if (query.isEmpty() || d.message.contains(query, Qt::CaseInsensitive)
-            || d.diagnosticFileName().contains(query, Qt::CaseInsensitive))
-            listed.append(d);
-    }
-    return listed;
-}
-
 bool DiagnosticListModel::rebuild(const BuildStore& store)
 {
     m_store = &store;
     const BuildComparison comparison = store.activeComparison();
     QList<BuildDiagnostic> fixed;
     if (comparison.hasBaseline)
-        fixed = listedFixedDiagnostics(store);
+        fixed = store.listedFixedDiagnostics();
     // The rows point into the session's own list, shared rather than copied:
     // a large build's records are never duplicated for the view.
     const std::optional<BuildSession> session = store.activeSession();
     QList<BuildDiagnostic> diagnostics = session ? session->diagnostics : QList<BuildDiagnostic>();
     const QUuid sessionID = session ? session->id : QUuid();
-    const QList<qsizetype> visible = store.visibleDiagnosticPositions();
+    const QList<DiagnosticFileGroup> groups = store.visibleDiagnosticGroups();
 
     QList<Row> rows;
-    rows.reserve(visible.size() + fixed.size() + 64);
+    rows.reserve(fixed.size() + groups.size() + diagnostics.size() + 1);
     if (!fixed.isEmpty()) {
         rows.append({RowKind::fixedHeader, -1, fixedSectionTitle, false});
         for (qsizetype i = 0; i < fixed.size(); ++i)
             rows.append({RowKind::fixedDiagnostic, i, {}, false});
     }
 
-    // Partition by file name, keeping each file's diagnostics in the store's
-    // order; the groups themselves go by a locale-aware comparison of their
-    // names that ignores letter case. (Collator sort keys would be quicker but
-    // keep letter case apart in the C locale; there are far fewer files than
-    // diagnostics.)
-    struct Group {
-        QString fileName;
-        QList<qsizetype> members;
-    };
-    QList<Group> groups;
-    QHash<QString, qsizetype> groupOfName;
-    // Keyed by the whole path, which needs no new string per diagnostic; the
-    // file name is worked out once per distinct path.
-    QHash<QString, qsizetype> groupOfPath;
-    const auto groupFor = [&](const BuildDiagnostic& d) {
-        const auto known = groupOfPath.constFind(d.filePath.value_or(QString()));
-        if (known != groupOfPath.cend())
-            return *known;
-        QString name = d.diagnosticFileName();
-        auto it = groupOfName.find(name);
-        if (it == groupOfName.end()) {
-            it = groupOfName.insert(name, groups.size());
-            groups.append({std::move(name), {}});
-        }
-        groupOfPath.insert(d.filePath.value_or(QString()), *it);
-        return *it;
-    };
-    for (const qsizetype position : visible)
-        groups[groupFor(diagnostics[position])].members.append(position);
-    QCollator collator;
-    collator.setCaseSensitivity(Qt::CaseInsensitive);
-    std::stable_sort(groups.begin(), groups.end(), [&collator](const Group& a, const Group& b) {
-        return collator.compare(a.fileName, b.fileName) < 0;
-    });
-
-    for (const Group& group : std::as_const(groups)) {
+    for (const DiagnosticFileGroup& group : groups) {
         rows.append({RowKind::fileHeader, -1, group.fileName.toUpper(), false});
-        for (const qsizetype position : group.members)
-            rows.append({RowKind::diagnostic, position, {},
-                         comparison.newDiagnosticIDs.contains(diagnostics[position].id)});
+        for (const qsizetype position : group.positions)
+            rows.append(
+                {RowKind::diagnostic, position, {}, comparison.newDiagnosticIDs.contains(diagnostics[position].id)});
     }
 
     // A captured build never changes, so equal rows of the same build over
@@ -173,7 +120,7 @@ QString DiagnosticListModel::badgeAt(int row) const
     return {};
 }
 
-QString DiagnosticListModel::symbolAt(int row) const
+std::optional<theme::Symbol> DiagnosticListModel::symbolAt(int row) const
 {
     switch (m_rows.at(row).kind) {
     case RowKind::fixedHeader:
@@ -184,7 +131,7 @@ QString DiagnosticListModel::symbolAt(int row) const
     case RowKind::fileHeader:
         break;
     }
-    return {};
+    return std::nullopt;
 }
 
 QColor DiagnosticListModel::symbolColorAt(int row) const
@@ -255,7 +202,9 @@ QVariant DiagnosticListModel::data(const QModelIndex& index, int role) const
     case BadgeRole:
         return badgeAt(row);
     case SymbolRole:
-        return symbolAt(row);
+        if (const std::optional<theme::Symbol> symbol = symbolAt(row))
+            return theme::symbolName(*symbol);
+        return QString();
     case SymbolColorRole:
         return symbolColorAt(row);
     default:

@@ -1,12 +1,15 @@
 #pragma once
 
 #include "BuildDiagnostic.h"
+#include "Theme.h"
 
 #include <QAbstractListModel>
 #include <QColor>
 #include <QList>
 #include <QString>
 #include <QUuid>
+
+#include <optional>
 
 namespace corvane {
 
@@ -48,17 +51,14 @@ public:
     // Header text, or the message for a diagnostic row.
     QString textAt(int row) const;
     QString badgeAt(int row) const;
-    QString symbolAt(int row) const;
+    // None for file headers.
+    std::optional<theme::Symbol> symbolAt(int row) const;
     QColor symbolColorAt(int row) const;
     // What a screen reader says after a row's message: severity, state and
     // location. Empty for headers.
     QString accessibleDescriptionAt(int row) const;
     // The row showing the diagnostic, or -1.
     int rowOf(const QUuid& id) const;
-
-    // The fixed diagnostics the list shows: the store's visible fixed ones
-    // narrowed by the trimmed search text and the severity filter.
-    static QList<BuildDiagnostic> listedFixedDiagnostics(const BuildStore& store);
 
 private:
     struct Row {

@@ -2,6 +2,7 @@
 
 #include "DiagnosticListModel.h"
 #include "DiagnosticRowDelegate.h"
+#include "StoreRefresh.h"
 #include "Theme.h"
 
 #include <QListView>
@@ -125,8 +126,8 @@ DiagnosticListView::DiagnosticListView(BuildStore& store, QWidget* parent)
 
     connect(m_list->selectionModel(), &QItemSelectionModel::selectionChanged, this,
             &DiagnosticListView::userSelectionChanged);
-    connect(&m_store, &BuildStore::aboutToChange, this, &DiagnosticListView::storeWillChange);
-    refresh();
+    new StoreRefresh(store, *this, [this](const auto& changed) { refresh(changed); });
+    refresh(StoreRefresh::allFields());
 }
 
 DiagnosticListView::~DiagnosticListView() = default;
@@ -141,58 +142,20 @@ DiagnosticListModel* DiagnosticListView::model() const
     return m_model;
 }
 
-void DiagnosticListView::storeWillChange(BuildStore::Field field)
+void DiagnosticListView::refresh(const QSet<BuildStore::Field>& changed)
 {
     using Field = BuildStore::Field;
-    switch (field) {
-    case Field::captureState:
-    case Field::lastWatcherMessage:
-        return;
-    case Field::selectedDiagnosticID:
-        m_selectionStale = true;
-        break;
-    default:
-        // Rows are rebuilt and the selection shown again on the new rows.
-        m_rowsStale = true;
-        m_selectionStale = true;
-        break;
-    }
-    scheduleRefresh();
-}
-
-void DiagnosticListView::scheduleRefresh()
-{
-    // The store announces a change before making it, and one user action can
-    // announce several: read it once, after the changes are made.
-    if (m_refreshQueued)
-        return;
-    m_refreshQueued = true;
-    QMetaObject::invokeMethod(this, &DiagnosticListView::refresh, Qt::QueuedConnection);
-}
-
-void DiagnosticListView::refresh()
-{
-    m_refreshQueued = false;
-    // A page the window does not show catches up when it is shown again.
-    if (testAttribute(Qt::WA_WState_ExplicitShowHide) && testAttribute(Qt::WA_WState_Hidden))
-        return;
-    if (m_rowsStale) {
-        m_rowsStale = false;
+    // Rows are rebuilt on anything but a new selection or the watcher's news,
+    // and the selection is shown again on the new rows.
+    const QSet<Field> selectionOrWatcher{Field::selectedDiagnosticID, Field::captureState, Field::lastWatcherMessage};
+    if (!selectionOrWatcher.contains(changed)) {
         m_applyingStoreSelection = true;
         m_model->rebuild(m_store);
         m_applyingStoreSelection = false;
-    }
-    if (m_selectionStale) {
-        m_selectionStale = false;
+        showStoreSelection();
+    } else if (changed.contains(Field::selectedDiagnosticID)) {
         showStoreSelection();
     }
-}
-
-void DiagnosticListView::showEvent(QShowEvent* event)
-{
-    QWidget::showEvent(event);
-    if (m_rowsStale || m_selectionStale)
-        refresh();
 }
 
 void DiagnosticListView::showStoreSelection()

@@ -27,13 +27,8 @@ public:
     QListView* listView() const;
     DiagnosticListModel* model() const;
 
-protected:
-    void showEvent(QShowEvent* event) override;
-
 private:
-    void storeWillChange(BuildStore::Field field);
-    void scheduleRefresh();
-    void refresh();
+    void refresh(const QSet<BuildStore::Field>& changed);
     void showStoreSelection();
     void userSelectionChanged();
 
@@ -41,9 +36,6 @@ private:
     QListView* m_list;
     DiagnosticListModel* m_model;
     DiagnosticRowDelegate* m_delegate;
-    bool m_refreshQueued = false;
-    bool m_rowsStale = true;
-    bool m_selectionStale = true;
     // Set while the view itself moves the selection, so that the change is
     // not written back to the store.
     bool m_applyingStoreSelection = false;

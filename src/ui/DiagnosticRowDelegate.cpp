@@ -122,9 +122,9 @@ std::optional<qreal> DiagnosticRowDelegate::asciiAdvance(const QString& text) co
     return sum;
 }
 
-const QPixmap& DiagnosticRowDelegate::symbol(const QString& name, const QColor& color, qreal devicePixelRatio) const
+const QPixmap& DiagnosticRowDelegate::symbol(theme::Symbol name, const QColor& color, qreal devicePixelRatio) const
 {
-    const QString key = name + u'|' + QString::number(color.rgba()) + u'|' + QString::number(devicePixelRatio);
+    const QString key = QString::number(int(name)) + u'|' + QString::number(color.rgba()) + u'|' + QString::number(devicePixelRatio);
     auto it = m_symbols.find(key);
     if (it == m_symbols.end())
         it = m_symbols.insert(key, theme::symbolPixmap(name, color, symbolSize, devicePixelRatio));
@@ -165,7 +165,7 @@ void DiagnosticRowDelegate::paintHeader(QPainter* painter, const QRect& rect, co
     QColor color = theme::secondaryText();
     if (model.kindAt(row) == RowKind::fixedHeader) {
         color = model.symbolColorAt(row);
-        const QPixmap& icon = symbol(model.symbolAt(row), color, painter->device()->devicePixelRatioF());
+        const QPixmap& icon = symbol(*model.symbolAt(row), color, painter->device()->devicePixelRatioF());
         const int iconSize = 12;
         painter->drawPixmap(QRect(content.left(), content.center().y() - iconSize / 2, iconSize, iconSize), icon);
         content.setLeft(content.left() + iconSize + 6);
@@ -204,7 +204,7 @@ void DiagnosticRowDelegate::paintDiagnostic(QPainter* painter, const QStyleOptio
     const int messageBlock = qMax((twoLines ? 2 : 1) * lineHeight, symbolSize);
 
     // Symbol, centred on the first line of the message.
-    const QPixmap& icon = symbol(model.symbolAt(row), model.symbolColorAt(row), painter->device()->devicePixelRatioF());
+    const QPixmap& icon = symbol(*model.symbolAt(row), model.symbolColorAt(row), painter->device()->devicePixelRatioF());
     painter->drawPixmap(QRect(rect.left() + sideInset + (symbolFrame - symbolSize) / 2,
                               top + (lineHeight - symbolSize) / 2, symbolSize, symbolSize),
                         icon);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BuildDiagnostic.h"
+#include "Theme.h"
 
 #include <QCache>
 #include <QFont>
@@ -39,7 +40,7 @@ private:
     int messageAdvance(const QUuid& id, const QString& message) const;
     // Sum of the letters' widths for ASCII text; nothing for other text.
     std::optional<qreal> asciiAdvance(const QString& text) const;
-    const QPixmap& symbol(const QString& name, const QColor& color, qreal devicePixelRatio) const;
+    const QPixmap& symbol(theme::Symbol symbol, const QColor& color, qreal devicePixelRatio) const;
 
     // A row's message broken into its lines and its location, laid out for
     // the widths they were drawn at.

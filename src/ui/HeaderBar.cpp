@@ -22,7 +22,7 @@ namespace corvane {
 
 namespace {
 
-CountChip::Style headerCounterStyle(const QString& symbol, const QColor& color, const QString& caption)
+CountChip::Style headerCounterStyle(theme::Symbol symbol, const QColor& color, const QString& caption)
 {
     CountChip::Style style;
     style.symbol = symbol;
@@ -42,14 +42,14 @@ CountChip::Style headerCounterStyle(const QString& symbol, const QColor& color, 
 HeaderBar::HeaderBar(BuildStore& store, QWidget* parent)
     : QWidget(parent),
       m_store(store),
-      m_refresh(new StoreRefresh(store, [this](const auto&) { refresh(); }, this)),
+      m_refresh(new StoreRefresh(store, *this, [this](const auto& changed) { refresh(changed); })),
       m_statusDot(new StatusDot(6, this)),
       m_statusText(new QLabel(this)),
       m_counters(new QWidget(this)),
-      m_newCounter(new CountChip(headerCounterStyle(QStringLiteral("sparkles"), theme::cyan(), QStringLiteral("NEW")),
+      m_newCounter(new CountChip(headerCounterStyle(theme::Symbol::sparkles, theme::cyan(), QStringLiteral("NEW")),
                                  m_counters)),
       m_fixedCounter(new CountChip(
-          headerCounterStyle(QStringLiteral("checkmark"), theme::green(), QStringLiteral("FIXED")), m_counters)),
+          headerCounterStyle(theme::Symbol::checkmark, theme::green(), QStringLiteral("FIXED")), m_counters)),
       m_focusButton(new HeaderMenuButton(this)),
       m_focusMenu(new QMenu(this)),
       m_warningsPicker(new PickerBox(110, QStringLiteral("Warnings"), this)),
@@ -92,14 +92,13 @@ HeaderBar::HeaderBar(BuildStore& store, QWidget* parent)
         m_severityPicker->addItem(title(mode), int(mode));
     connect(m_severityPicker, &QComboBox::activated, this, [this](int index) {
         m_store.setSeverityFilter(severities(SeverityFilterMode(m_severityPicker->itemData(index).toInt())));
-        m_store.ensureSelectionVisible();
     });
 
     m_searchField->setAccessibleName(QStringLiteral("Filter diagnostics"));
     connect(m_searchField, &QLineEdit::textEdited, this, [this](const QString& text) { m_store.setSearchText(text); });
 
     HeaderMenuButton::Content options;
-    options.leadingSymbol = QStringLiteral("ellipsis");
+    options.leadingSymbol = theme::Symbol::ellipsis;
     options.leadingSize = 15;
     options.horizontalPadding = 0;
     options.foreground = theme::primaryText();
@@ -129,7 +128,7 @@ HeaderBar::HeaderBar(BuildStore& store, QWidget* parent)
     setTabOrder(m_severityPicker, m_searchField);
     setTabOrder(m_searchField, m_optionsButton);
 
-    refresh();
+    refresh(StoreRefresh::allFields());
 }
 
 QWidget* HeaderBar::makeBrand()
@@ -176,10 +175,8 @@ void HeaderBar::buildOptionsMenu()
     connect(m_optionsMenu->addAction(QStringLiteral("Restart Xcode Watcher")), &QAction::triggered, this,
             [this] { m_store.restartWatcher(); });
     m_optionsMenu->addSeparator();
-    connect(m_optionsMenu->addAction(QStringLiteral("Clear Build History")), &QAction::triggered, this, [this] {
-        m_store.clearHistory();
-        Q_EMIT historyCleared();
-    });
+    connect(m_optionsMenu->addAction(QStringLiteral("Clear Build History")), &QAction::triggered, this,
+            [this] { m_store.clearHistory(); });
 }
 
 void HeaderBar::rebuildFocusMenu()
@@ -203,22 +200,48 @@ void HeaderBar::rebuildFocusMenu()
     }
 }
 
-void HeaderBar::refresh()
+void HeaderBar::refresh(const QSet<BuildStore::Field>& changed)
 {
-    const QColor statusColor = captureStatusColor(m_store.captureState());
-    m_statusDot->setColor(statusColor);
-    m_statusText->setText(m_store.statusText());
-    theme::setForeground(*m_statusText, statusColor);
+    using Field = BuildStore::Field;
+    if (changed.contains(Field::captureState)) {
+        const QColor statusColor = captureStatusColor(m_store.captureState());
+        m_statusDot->setColor(statusColor);
+        m_statusText->setText(m_store.statusText());
+        theme::setForeground(*m_statusText, statusColor);
+    }
 
-    const BuildComparison comparison = m_store.activeComparison();
-    m_counters->setVisible(comparison.hasBaseline);
-    m_newCounter->setCount(comparison.newDiagnosticIDs.size());
-    m_fixedCounter->setCount(m_store.visibleFixedDiagnostics().size());
+    if (StoreRefresh::touches(changed, {Field::sessions, Field::activeSessionID, Field::showBuildNoise})) {
+        const BuildComparison comparison = m_store.activeComparison();
+        m_counters->setVisible(comparison.hasBaseline);
+        m_newCounter->setCount(comparison.newDiagnosticIDs.size());
+        m_fixedCounter->setCount(m_store.visibleFixedDiagnostics().size());
+    }
 
+    if (StoreRefresh::touches(changed, {Field::sessions, Field::focusedProjectName}))
+        refreshFocus();
+    if (changed.contains(Field::warningViewMode)) {
+        const QSignalBlocker blocker(m_warningsPicker);
+        m_warningsPicker->setCurrentIndex(m_warningsPicker->findData(int(m_store.warningViewMode())));
+    }
+    if (changed.contains(Field::severityFilter)) {
+        const QSignalBlocker blocker(m_severityPicker);
+        m_severityPicker->setCurrentIndex(
+            m_severityPicker->findData(int(severityFilterMode(m_store.severityFilter()))));
+    }
+    // Only when the store's text differs (a cleared history, for instance), so
+    // typing keeps its cursor and undo history.
+    if (changed.contains(Field::searchText) && m_searchField->text() != m_store.searchText())
+        m_searchField->setText(m_store.searchText());
+    if (changed.contains(Field::showBuildNoise))
+        m_showNoiseAction->setChecked(m_store.showBuildNoise());
+}
+
+void HeaderBar::refreshFocus()
+{
     const std::optional<QString> focused = m_store.focusedProjectName();
     HeaderMenuButton::Content focus;
-    focus.leadingSymbol = QStringLiteral("scope");
-    focus.trailingSymbol = QStringLiteral("chevron.up.chevron.down");
+    focus.leadingSymbol = theme::Symbol::scope;
+    focus.trailingSymbol = theme::Symbol::chevronUpChevronDown;
     focus.trailingSize = 8;
     focus.font = theme::monospaced(10, QFont::DemiBold);
     focus.foreground = focused ? theme::cyan() : theme::secondaryText();
@@ -228,21 +251,6 @@ void HeaderBar::refresh()
     // An open menu keeps its items; it is rebuilt when it opens next.
     if (!m_focusMenu->isVisible())
         rebuildFocusMenu();
-
-    {
-        const QSignalBlocker blocker(m_warningsPicker);
-        m_warningsPicker->setCurrentIndex(m_warningsPicker->findData(int(m_store.warningViewMode())));
-    }
-    {
-        const QSignalBlocker blocker(m_severityPicker);
-        m_severityPicker->setCurrentIndex(
-            m_severityPicker->findData(int(severityFilterMode(m_store.severityFilter()))));
-    }
-    // Only when the store's text differs (a cleared history, for instance), so
-    // typing keeps its cursor and undo history.
-    if (m_searchField->text() != m_store.searchText())
-        m_searchField->setText(m_store.searchText());
-    m_showNoiseAction->setChecked(m_store.showBuildNoise());
 }
 
 QColor HeaderBar::captureStatusColor(const BuildStore::CaptureState& state)

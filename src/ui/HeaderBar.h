@@ -35,10 +35,6 @@ public:
     // Room at the leading end for the system's window buttons.
     void setLeadingInset(int inset);
 
-Q_SIGNALS:
-    // After "Clear Build History" has cleared the store.
-    void historyCleared();
-
 protected:
     void paintEvent(QPaintEvent* event) override;
 
@@ -46,7 +42,8 @@ private:
     QWidget* makeBrand();
     void buildOptionsMenu();
     void rebuildFocusMenu();
-    void refresh();
+    void refresh(const QSet<BuildStore::Field>& changed);
+    void refreshFocus();
 
     BuildStore& m_store;
     StoreRefresh* m_refresh;

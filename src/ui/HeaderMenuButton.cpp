@@ -35,7 +35,7 @@ QSize HeaderMenuButton::sizeHint() const
 {
     qreal width = 2 * m_content.horizontalPadding;
     int parts = 0;
-    if (!m_content.leadingSymbol.isEmpty()) {
+    if (m_content.leadingSymbol) {
         width += m_content.leadingSize;
         ++parts;
     }
@@ -43,7 +43,7 @@ QSize HeaderMenuButton::sizeHint() const
         width += QFontMetricsF(m_content.font).horizontalAdvance(text());
         ++parts;
     }
-    if (!m_content.trailingSymbol.isEmpty()) {
+    if (m_content.trailingSymbol) {
         width += m_content.trailingSize;
         ++parts;
     }
@@ -68,12 +68,12 @@ void HeaderMenuButton::paintEvent(QPaintEvent*)
     const qreal contentWidth = sizeHint().width() - 2 * m_content.horizontalPadding;
     qreal x = bounds.center().x() - contentWidth / 2.0;
     const qreal midY = bounds.center().y();
-    auto symbolAt = [&](const QString& symbol, int size) {
+    auto symbolAt = [&](theme::Symbol symbol, int size) {
         theme::drawSymbol(painter, symbol, m_content.foreground, QRectF(x, midY - size / 2.0, size, size));
         x += size + m_content.spacing;
     };
-    if (!m_content.leadingSymbol.isEmpty())
-        symbolAt(m_content.leadingSymbol, m_content.leadingSize);
+    if (m_content.leadingSymbol)
+        symbolAt(*m_content.leadingSymbol, m_content.leadingSize);
     if (!text().isEmpty()) {
         const qreal w = QFontMetricsF(m_content.font).horizontalAdvance(text());
         painter.setFont(m_content.font);
@@ -81,8 +81,8 @@ void HeaderMenuButton::paintEvent(QPaintEvent*)
         painter.drawText(QRectF(x, 0, w + 1, bounds.height()), Qt::AlignLeft | Qt::AlignVCenter, text());
         x += w + m_content.spacing;
     }
-    if (!m_content.trailingSymbol.isEmpty())
-        symbolAt(m_content.trailingSymbol, m_content.trailingSize);
+    if (m_content.trailingSymbol)
+        symbolAt(*m_content.trailingSymbol, m_content.trailingSize);
 }
 
 } // namespace corvane

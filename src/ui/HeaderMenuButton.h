@@ -1,11 +1,14 @@
 #pragma once
 
 #include "KeyboardFocus.h"
+#include "Theme.h"
 
 #include <QColor>
 #include <QFont>
 #include <QString>
 #include <QToolButton>
+
+#include <optional>
 
 namespace corvane {
 
@@ -16,9 +19,9 @@ class HeaderMenuButton : public QToolButton {
 
 public:
     struct Content {
-        QString leadingSymbol;
+        std::optional<theme::Symbol> leadingSymbol;
         int leadingSize = 11;
-        QString trailingSymbol;
+        std::optional<theme::Symbol> trailingSymbol;
         int trailingSize = 9;
         QFont font;
         int spacing = 6;

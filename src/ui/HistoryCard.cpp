@@ -112,15 +112,15 @@ void HistoryCard::paintEvent(QPaintEvent*)
 
     // Line 2: compact counters.
     struct Chip {
-        QString symbol;
+        theme::Symbol symbol;
         qsizetype count;
         QColor color;
     };
-    QList<Chip> chips{{QStringLiteral("xmark"), m_errorCount, theme::red()},
-                      {QStringLiteral("exclamationmark"), m_warningCount, theme::orange()}};
+    QList<Chip> chips{{theme::Symbol::xmark, m_errorCount, theme::red()},
+                      {theme::Symbol::exclamationmark, m_warningCount, theme::orange()}};
     if (m_session.comparison.hasBaseline) {
-        chips.append({QStringLiteral("sparkles"), m_session.comparison.newDiagnosticIDs.size(), theme::cyan()});
-        chips.append({QStringLiteral("checkmark"), m_session.comparison.fixedDiagnostics.size(), theme::green()});
+        chips.append({theme::Symbol::sparkles, m_session.comparison.newDiagnosticIDs.size(), theme::cyan()});
+        chips.append({theme::Symbol::checkmark, m_session.comparison.fixedDiagnostics.size(), theme::green()});
     }
     qreal x = content.left();
     painter.setFont(chipFont);

@@ -26,7 +26,7 @@ QString messageHtml(const QString& message, int lineHeight)
 
 } // namespace
 
-InstrumentEmptyState::InstrumentEmptyState(const QString& symbol, const QString& title, const QString& message,
+InstrumentEmptyState::InstrumentEmptyState(theme::Symbol symbol, const QString& title, const QString& message,
                                            const QColor& accent, QWidget* parent)
     : QWidget(parent), m_title(new QLabel(title, this)), m_message(new QLabel(this)), m_messageText(message)
 {

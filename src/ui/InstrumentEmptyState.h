@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Theme.h"
+
 #include <QColor>
 #include <QString>
 #include <QWidget>
@@ -14,7 +16,7 @@ class InstrumentEmptyState : public QWidget {
     Q_OBJECT
 
 public:
-    InstrumentEmptyState(const QString& symbol, const QString& title, const QString& message,
+    InstrumentEmptyState(theme::Symbol symbol, const QString& title, const QString& message,
                          const QColor& accent, QWidget* parent = nullptr);
 
     QString title() const;

@@ -24,7 +24,7 @@ void LogoTile::paintEvent(QPaintEvent*)
     painter.setPen(QPen(theme::withOpacity(theme::cyan(), 0.28), 1.0));
     painter.setBrush(gradient);
     painter.drawRoundedRect(inner, 10, 10);
-    theme::drawSymbol(painter, QStringLiteral("viewfinder"), theme::cyan(),
+    theme::drawSymbol(painter, theme::Symbol::viewfinder, theme::cyan(),
                       QRectF(bounds.center().x() - 10, bounds.center().y() - 10, 20, 20));
 }
 

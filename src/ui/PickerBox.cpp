@@ -36,7 +36,7 @@ void PickerBox::paintEvent(QPaintEvent*)
     painter.setFont(font());
     painter.drawText(textRect, Qt::AlignLeft | Qt::AlignVCenter,
                      fontMetrics().elidedText(currentText(), Qt::ElideRight, int(textRect.width())));
-    theme::drawSymbol(painter, QStringLiteral("chevron.up.chevron.down"), theme::secondaryText(),
+    theme::drawSymbol(painter, theme::Symbol::chevronUpChevronDown, theme::secondaryText(),
                       QRectF(bounds.right() - 11 - chevron, bounds.center().y() - chevron / 2, chevron, chevron));
 }
 

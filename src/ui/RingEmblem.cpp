@@ -13,7 +13,7 @@ RingEmblem::RingEmblem(Style style, QWidget* parent) : QWidget(parent), m_style(
     const int side = int(std::ceil(qMax(m_style.outerDiameter + m_style.outerLineWidth,
                                         m_style.innerDiameter + m_style.innerLineWidth)));
     setFixedSize(side, side);
-    setAccessibleName(m_style.symbol);
+    setAccessibleName(theme::symbolName(m_style.symbol));
 }
 
 void RingEmblem::paintEvent(QPaintEvent*)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Theme.h"
+
 #include <QColor>
 #include <QString>
 #include <QWidget>
@@ -13,7 +15,7 @@ class RingEmblem : public QWidget {
 
 public:
     struct Style {
-        QString symbol;
+        theme::Symbol symbol = theme::Symbol::checkmark;
         QColor accent;
         double outerDiameter = 92;
         double outerLineWidth = 1;

@@ -16,11 +16,17 @@ namespace corvane {
 Sidebar::Sidebar(BuildStore& store, QWidget* parent)
     : QWidget(parent),
       m_store(store),
-      m_refresh(new StoreRefresh(store, [this](const auto&) { refresh(); }, this)),
+      // Which area shows depends on what is visible, not on the selection or
+      // the watcher.
+      m_refresh(new StoreRefresh(store, *this, [this](const auto&) { refresh(); },
+                                 {BuildStore::Field::sessions, BuildStore::Field::activeSessionID,
+                                  BuildStore::Field::severityFilter, BuildStore::Field::searchText,
+                                  BuildStore::Field::showBuildNoise, BuildStore::Field::warningViewMode,
+                                  BuildStore::Field::pinnedDiagnostics, BuildStore::Field::ignoredDiagnostics})),
       m_summary(new SummaryStrip(store, this)),
       m_history(new BuildHistorySection(store, this)),
       m_lower(new QStackedWidget(this)),
-      m_waiting(new InstrumentEmptyState(QStringLiteral("scope"), QStringLiteral("WATCHING XCODE"),
+      m_waiting(new InstrumentEmptyState(theme::Symbol::scope, QStringLiteral("WATCHING XCODE"),
                                          QStringLiteral("Build a project in Xcode.\n"
                                                         "Corvane will capture the result automatically."),
                                          theme::cyan(), m_lower)),

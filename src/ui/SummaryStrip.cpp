@@ -14,7 +14,7 @@ namespace corvane {
 
 namespace {
 
-CountChip::Style summaryChip(const QString& symbol, const QColor& color)
+CountChip::Style summaryChip(theme::Symbol symbol, const QColor& color)
 {
     CountChip::Style style;
     style.symbol = symbol;
@@ -44,12 +44,14 @@ protected:
 SummaryStrip::SummaryStrip(BuildStore& store, QWidget* parent)
     : QWidget(parent),
       m_store(store),
-      m_refresh(new StoreRefresh(store, [this](const auto&) { refresh(); }, this)),
-      m_errors(new CountChip(summaryChip(QStringLiteral("xmark.octagon.fill"), theme::red()), this)),
-      m_warnings(new CountChip(summaryChip(QStringLiteral("exclamationmark.triangle.fill"), theme::orange()), this)),
+      m_refresh(new StoreRefresh(store, *this, [this](const auto&) { refresh(); },
+                                 {BuildStore::Field::sessions, BuildStore::Field::activeSessionID,
+                                  BuildStore::Field::showBuildNoise})),
+      m_errors(new CountChip(summaryChip(theme::Symbol::xmarkOctagonFill, theme::red()), this)),
+      m_warnings(new CountChip(summaryChip(theme::Symbol::exclamationmarkTriangleFill, theme::orange()), this)),
       m_comparison(new QWidget(this)),
-      m_new(new CountChip(summaryChip(QStringLiteral("sparkles"), theme::cyan()), m_comparison)),
-      m_fixed(new CountChip(summaryChip(QStringLiteral("checkmark.circle.fill"), theme::green()), m_comparison)),
+      m_new(new CountChip(summaryChip(theme::Symbol::sparkles, theme::cyan()), m_comparison)),
+      m_fixed(new CountChip(summaryChip(theme::Symbol::checkmarkCircleFill, theme::green()), m_comparison)),
       m_source(new QWidget(this)),
       m_sourceName(new ElidedLabel(m_source)),
       m_time(new QLabel(m_source))

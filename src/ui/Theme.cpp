@@ -43,9 +43,15 @@ QColor rgb(double r, double g, double b, double a = 1.0)
 // The design's symbol names and the Phosphor icons that stand for them. Line
 // symbols take the bold weight, which matches the semibold symbols at the
 // small sizes the window uses; ".fill" symbols take the filled weight.
-const QHash<QString, QString>& symbolTable()
+struct SymbolEntry {
+    QString name;
+    QString file;
+};
+
+// In the order of Symbol.
+const std::array<SymbolEntry, allSymbols.size()>& symbolTable()
 {
-    static const QHash<QString, QString> table{
+    static const std::array<SymbolEntry, allSymbols.size()> table{{
         {QStringLiteral("viewfinder"), QStringLiteral("scan-bold")},
         {QStringLiteral("scope"), QStringLiteral("crosshair-bold")},
         {QStringLiteral("chevron.up.chevron.down"), QStringLiteral("caret-up-down-bold")},
@@ -70,24 +76,21 @@ const QHash<QString, QString>& symbolTable()
         {QStringLiteral("arrow.up.forward.square"), QStringLiteral("arrow-square-out-bold")},
         {QStringLiteral("doc.on.doc"), QStringLiteral("copy-bold")},
         {QStringLiteral("text.bubble"), QStringLiteral("chat-text-bold")},
-    };
+    }};
     return table;
 }
 
-QSvgRenderer* rendererFor(const QString& symbolName)
+QSvgRenderer* rendererFor(Symbol symbol)
 {
     // Parsed once per icon and owned by the cache; the GUI thread is the only user.
-    static std::unordered_map<QString, std::unique_ptr<QSvgRenderer>> renderers;
-    if (auto it = renderers.find(symbolName); it != renderers.end())
-        return it->second.get();
-    const auto file = symbolTable().value(symbolName);
-    if (file.isEmpty())
-        return nullptr;
-    registerIconResources();
-    auto renderer = std::make_unique<QSvgRenderer>(QStringLiteral(":/corvane/icons/") + file + QStringLiteral(".svg"));
-    if (!renderer->isValid())
-        renderer.reset();
-    return renderers.emplace(symbolName, std::move(renderer)).first->second.get();
+    static std::array<std::unique_ptr<QSvgRenderer>, allSymbols.size()> renderers;
+    std::unique_ptr<QSvgRenderer>& renderer = renderers[size_t(symbol)];
+    if (!renderer) {
+        registerIconResources();
+        renderer = std::make_unique<QSvgRenderer>(QStringLiteral(":/corvane/icons/")
+                                                  + symbolTable()[size_t(symbol)].file + QStringLiteral(".svg"));
+    }
+    return renderer->isValid() ? renderer.get() : nullptr;
 }
 
 // Fusion with the few changes a dark instrument panel needs: menus that stand
@@ -134,7 +137,7 @@ public:
         if (!pickerList && item->checkType != QStyleOptionMenuItem::NotCheckable && item->checked) {
             const bool selected = item->state & State_Selected;
             const QRect r = item->rect;
-            drawSymbol(*painter, QStringLiteral("checkmark"), selected ? QColor(Qt::white) : primaryText(),
+            drawSymbol(*painter, Symbol::checkmark, selected ? QColor(Qt::white) : primaryText(),
                        QRectF(r.left() + 6, r.center().y() - 6, 12, 12));
         }
     }
@@ -216,10 +219,16 @@ QFont font(double size, QFont::Weight weight, FontDesign design, double tracking
     return f;
 }
 
-QPixmap symbolPixmap(const QString& symbolName, const QColor& color, int size, qreal devicePixelRatio)
+QString symbolName(Symbol symbol)
+{
+    return symbolTable()[size_t(symbol)].name;
+}
+
+QPixmap symbolPixmap(Symbol symbol, const QColor& color, int size, qreal devicePixelRatio)
 {
     const int pixels = qMax(1, qRound(size * devicePixelRatio));
-    const QString key = QStringLiteral("corvane-symbol:%1:%2:%3").arg(symbolName).arg(color.rgba()).arg(pixels);
+    const QString key =
+        QStringLiteral("corvane-symbol:%1:%2:%3").arg(int(symbol)).arg(color.rgba()).arg(pixels);
     QPixmap pixmap;
     if (QPixmapCache::find(key, &pixmap)) {
         pixmap.setDevicePixelRatio(devicePixelRatio);
@@ -228,7 +237,7 @@ QPixmap symbolPixmap(const QString& symbolName, const QColor& color, int size, q
 
     QImage image(pixels, pixels, QImage::Format_ARGB32_Premultiplied);
     image.fill(Qt::transparent);
-    if (QSvgRenderer* renderer = rendererFor(symbolName)) {
+    if (QSvgRenderer* renderer = rendererFor(symbol)) {
         QPainter painter(&image);
         painter.setRenderHint(QPainter::Antialiasing);
         renderer->render(&painter, QRectF(0, 0, pixels, pixels));
@@ -243,46 +252,34 @@ QPixmap symbolPixmap(const QString& symbolName, const QColor& color, int size, q
     return pixmap;
 }
 
-QIcon symbolIcon(const QString& symbolName, const QColor& color, int size)
+QIcon symbolIcon(Symbol symbol, const QColor& color, int size)
 {
     QIcon icon;
-    icon.addPixmap(symbolPixmap(symbolName, color, size, 1.0));
-    icon.addPixmap(symbolPixmap(symbolName, color, size, 2.0));
+    icon.addPixmap(symbolPixmap(symbol, color, size, 1.0));
+    icon.addPixmap(symbolPixmap(symbol, color, size, 2.0));
     return icon;
 }
 
-void drawSymbol(QPainter& painter, const QString& symbolName, const QColor& color, const QRectF& rect)
+void drawSymbol(QPainter& painter, Symbol symbol, const QColor& color, const QRectF& rect)
 {
     const qreal ratio = painter.device() ? painter.device()->devicePixelRatioF() : 1.0;
     const int side = qMax(1, qRound(qMin(rect.width(), rect.height())));
-    const QPixmap pixmap = symbolPixmap(symbolName, color, side, ratio);
+    const QPixmap pixmap = symbolPixmap(symbol, color, side, ratio);
     const QRectF target(rect.center().x() - side / 2.0, rect.center().y() - side / 2.0, side, side);
     painter.drawPixmap(target, pixmap, QRectF(pixmap.rect()));
-}
-
-QStringList symbolNames()
-{
-    QStringList names = symbolTable().keys();
-    names.sort();
-    return names;
-}
-
-bool hasSymbol(const QString& symbolName)
-{
-    return symbolTable().contains(symbolName);
 }
 
 SeverityStyle severityStyle(DiagnosticSeverity severity)
 {
     switch (severity) {
     case DiagnosticSeverity::error:
-        return {QStringLiteral("xmark.octagon.fill"), red()};
+        return {Symbol::xmarkOctagonFill, red()};
     case DiagnosticSeverity::warning:
-        return {QStringLiteral("exclamationmark.triangle.fill"), orange()};
+        return {Symbol::exclamationmarkTriangleFill, orange()};
     case DiagnosticSeverity::note:
-        return {QStringLiteral("info.circle.fill"), cyan()};
+        return {Symbol::infoCircleFill, cyan()};
     }
-    return {};
+    return {Symbol::infoCircleFill, cyan()};
 }
 
 void paintRoundedPanel(QPainter& painter, const QRectF& rect, double radius,

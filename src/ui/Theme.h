@@ -11,6 +11,8 @@
 #include <QString>
 #include <QStringList>
 
+#include <array>
+
 class QApplication;
 class QPainter;
 class QWidget;
@@ -62,19 +64,66 @@ inline QFont monospaced(double size, QFont::Weight weight = QFont::Normal, doubl
 // The family asked for first for a design; fallbacks follow it in the font.
 QString preferredFamily(FontDesign design);
 
-// The icon standing for a symbol name of the design ("sparkles",
-// "xmark.octagon.fill", ...), drawn in one colour at a square pixel size.
-// An unknown name gives a transparent pixmap.
-QPixmap symbolPixmap(const QString& symbolName, const QColor& color, int size, qreal devicePixelRatio = 1.0);
-QIcon symbolIcon(const QString& symbolName, const QColor& color, int size);
+// The design's symbols, each of which the theme has an icon for.
+enum class Symbol {
+    viewfinder,
+    scope,
+    chevronUpChevronDown,
+    ellipsis,
+    sparkles,
+    checkmark,
+    checkmarkCircleFill,
+    xmark,
+    xmarkOctagonFill,
+    exclamationmark,
+    exclamationmarkTriangleFill,
+    infoCircleFill,
+    chevronDown,
+    chevronRight,
+    chevronLeft,
+    pinFill,
+    pinSlashFill,
+    eyeFill,
+    eyeSlashFill,
+    arrowUpForwardSquare,
+    docOnDoc,
+    textBubble,
+};
+inline constexpr std::array allSymbols{
+    Symbol::viewfinder,
+    Symbol::scope,
+    Symbol::chevronUpChevronDown,
+    Symbol::ellipsis,
+    Symbol::sparkles,
+    Symbol::checkmark,
+    Symbol::checkmarkCircleFill,
+    Symbol::xmark,
+    Symbol::xmarkOctagonFill,
+    Symbol::exclamationmark,
+    Symbol::exclamationmarkTriangleFill,
+    Symbol::infoCircleFill,
+    Symbol::chevronDown,
+    Symbol::chevronRight,
+    Symbol::chevronLeft,
+    Symbol::pinFill,
+    Symbol::pinSlashFill,
+    Symbol::eyeFill,
+    Symbol::eyeSlashFill,
+    Symbol::arrowUpForwardSquare,
+    Symbol::docOnDoc,
+    Symbol::textBubble,
+};
+// The design's name of a symbol: "xmark.octagon.fill" for xmarkOctagonFill.
+QString symbolName(Symbol symbol);
+
+// The symbol's icon drawn in one colour at a square pixel size.
+QPixmap symbolPixmap(Symbol symbol, const QColor& color, int size, qreal devicePixelRatio = 1.0);
+QIcon symbolIcon(Symbol symbol, const QColor& color, int size);
 // Draws the symbol into the rectangle, sharp at the painter's pixel ratio.
-void drawSymbol(QPainter& painter, const QString& symbolName, const QColor& color, const QRectF& rect);
-// Every symbol name the theme has an icon for.
-QStringList symbolNames();
-bool hasSymbol(const QString& symbolName);
+void drawSymbol(QPainter& painter, Symbol symbol, const QColor& color, const QRectF& rect);
 
 struct SeverityStyle {
-    QString symbol;
+    Symbol symbol;
     QColor color;
 };
 SeverityStyle severityStyle(DiagnosticSeverity severity);

@@ -17,18 +17,6 @@ protected:
     TestEnvironment environment;
     BuildStore store;
 
-    static BuildDiagnostic make(DiagnosticSeverity severity, const QString& message = QStringLiteral("m"),
-                                std::optional<qint64> line = std::nullopt)
-    {
-        BuildDiagnostic d;
-        d.id = QUuid::createUuid();
-        d.severity = severity;
-        d.message = message;
-        d.filePath = QStringLiteral("/src/A.swift");
-        d.line = line;
-        return d;
-    }
-
     QList<BuildSession> savedHistory() const
     {
         const Result<QList<BuildSession>> loaded = BuildHistoryPersistence().load();
@@ -41,12 +29,10 @@ TEST_F(BuildCapture, TypicalBuildFromDetectionToSavedSession)
 {
     const QString path = activityLogPath(QStringLiteral("ExampleApp"));
     EXPECT_EQ(store.activeComparison(), BuildComparison::empty());
-    store.applyWatcherState(State::processing(QStringLiteral("ExampleApp")));
-    store.captureBuild(logText({warningAt(QStringLiteral("Model.swift"), 10, QStringLiteral("unused variable 'x'")),
-                                errorAt(QStringLiteral("View.swift"), 3, QStringLiteral("missing return")),
-                                noiseNote()}),
-                       path);
-    store.applyWatcherState(State::watching());
+    store.captureBuild(
+        logText({warningAt(QStringLiteral("Model.swift"), 10, QStringLiteral("unused variable 'x'")),
+                 errorAt(QStringLiteral("View.swift"), 3, QStringLiteral("missing return")), noiseNote()}),
+        path);
 
     ASSERT_EQ(store.sessions().size(), 1);
     const BuildSession& session = store.sessions().first();
@@ -57,8 +43,7 @@ TEST_F(BuildCapture, TypicalBuildFromDetectionToSavedSession)
     EXPECT_EQ(session.comparison, BuildComparison::empty());
     EXPECT_EQ(store.activeSessionID(), session.id);
     EXPECT_EQ(selectedMessage(store), QStringLiteral("missing return")) << "first error wins";
-    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("Build captured. Baseline established for ExampleApp."))
-        << "going back to watching keeps the capture's message";
+    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("Build captured. Baseline established for ExampleApp."));
     EXPECT_EQ(savedHistory(), store.sessions());
 }
 
@@ -127,35 +112,6 @@ TEST_F(BuildCapture, NoiseStaysOutOfComparisonsAndCounts)
     store.captureBuild(logText({}), activityLogPath(QStringLiteral("App")));
     EXPECT_EQ(store.sessions().first().sourceName, u"App " % emDash % u" Clean");
     EXPECT_EQ(store.sessions().first().comparison.fixedDiagnostics.size(), 1);
-}
-
-TEST_F(BuildCapture, ComparisonKeepsDuplicatesAndPreviousOrder)
-{
-    const BuildDiagnostic moved = make(DiagnosticSeverity::warning, QStringLiteral("m"), 5);
-    const BuildDiagnostic movedNow = make(DiagnosticSeverity::warning, QStringLiteral("m"), 6);
-    const BuildDiagnostic gone1 = make(DiagnosticSeverity::error, QStringLiteral("z"), 1);
-    const BuildDiagnostic gone2 = make(DiagnosticSeverity::note, QStringLiteral("a"), 2);
-    const BuildDiagnostic twin1 = make(DiagnosticSeverity::error, QStringLiteral("twin"), 9);
-    const BuildDiagnostic twin2 = make(DiagnosticSeverity::error, QStringLiteral("twin"), 9);
-    BuildDiagnostic sameButRetimed = gone2;
-    sameButRetimed.id = QUuid::createUuid();
-    sameButRetimed.rawText = QStringLiteral("different raw text");
-    sameButRetimed.timestamp = AbsoluteTime{12345};
-
-    EXPECT_EQ(compareDiagnostics({moved}, std::nullopt), BuildComparison::empty());
-
-    const BuildComparison comparison =
-        compareDiagnostics({movedNow, twin1, twin2}, QList<BuildDiagnostic>{gone1, moved, gone2});
-    EXPECT_TRUE(comparison.hasBaseline);
-    EXPECT_EQ(comparison.newDiagnosticIDs, (QSet<QUuid>{movedNow.id, twin1.id, twin2.id}));
-    EXPECT_EQ(comparison.fixedDiagnostics, (QList<BuildDiagnostic>{gone1, moved, gone2}));
-
-    const BuildComparison unchanged = compareDiagnostics({sameButRetimed}, QList<BuildDiagnostic>{gone2});
-    EXPECT_TRUE(unchanged.newDiagnosticIDs.isEmpty()) << "id, raw text and time are not part of the identity";
-    EXPECT_TRUE(unchanged.fixedDiagnostics.isEmpty());
-
-    const BuildComparison fromEmpty = compareDiagnostics({}, QList<BuildDiagnostic>{});
-    EXPECT_TRUE(fromEmpty.hasBaseline) << "an empty previous build is still a baseline";
 }
 
 TEST_F(BuildCapture, HistoryKeepsTheNewestForty)
@@ -240,51 +196,44 @@ TEST_F(BuildCapture, ManualCapturesAreStandAloneAndHiddenByAnyFocus)
     EXPECT_NE(store.activeSessionID(), store.sessions().first().id);
 }
 
-TEST_F(BuildCapture, WatcherStatesAndFailureMessages)
+TEST_F(BuildCapture, StatusTextsAndTheMessageOfCapturesNotShown)
 {
     EXPECT_EQ(store.statusText(), QStringLiteral("WATCHER OFF"));
-    const std::pair<State, QString> states[] = {
-        {State::watching(), QStringLiteral("WATCHING XCODE")},
-        {State::buildDetected(QStringLiteral("ExampleApp")), QStringLiteral("BUILD DETECTED \u2022 EXAMPLEAPP")},
+    using Kind = State::Kind;
+    const std::pair<BuildStore::CaptureState, QString> states[] = {
+        {{Kind::watching, {}}, QStringLiteral("WATCHING XCODE")},
+        {{Kind::buildDetected, QStringLiteral("ExampleApp")}, QStringLiteral("BUILD DETECTED \u2022 EXAMPLEAPP")},
         // Full Unicode upper-casing.
-        {State::processing(QStringLiteral("stra\u00DFe-\u01C6")), QStringLiteral("READING BUILD \u2022 STRASSE-\u01C4")},
-        {State::failed(QStringLiteral("The folder could not be read.")), QStringLiteral("WATCHER ISSUE")},
-        {State::stopped(), QStringLiteral("WATCHER OFF")},
+        {{Kind::processing, QStringLiteral("stra\u00DFe-\u01C6")},
+         QStringLiteral("READING BUILD \u2022 STRASSE-\u01C4")},
+        {{Kind::failed, QStringLiteral("The folder could not be read.")}, QStringLiteral("WATCHER ISSUE")},
+        {{Kind::stopped, {}}, QStringLiteral("WATCHER OFF")},
     };
-    for (const auto& [state, text] : states) {
-        store.applyWatcherState(state);
-        EXPECT_EQ(store.statusText(), text);
-    }
-    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("The folder could not be read."))
-        << "later states keep the failure's message";
+    for (const auto& [state, text] : states)
+        EXPECT_EQ(state.statusText(), text);
 
+    store.captureBuild(logText({}), activityLogPath(QStringLiteral("App")));
     store.setFocusedProject(QStringLiteral("Other"));
     store.captureBuild(logText({}), activityLogPath(QStringLiteral("App")));
-    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("The folder could not be read."))
+    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("Build captured. Baseline established for App."))
         << "a capture that is not shown does not replace the message";
     store.setFocusedProject(std::nullopt);
     store.captureBuild(logText({}), activityLogPath(QStringLiteral("App")));
     EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("Compared with the previous App build."));
 }
 
-TEST_F(BuildCapture, DefaultSelectionOrder)
+TEST_F(BuildCapture, DefaultSelectionPrefersErrorsThenWarnings)
 {
-    const BuildDiagnostic note = make(DiagnosticSeverity::note);
-    const BuildDiagnostic warning = make(DiagnosticSeverity::warning);
-    const BuildDiagnostic error = make(DiagnosticSeverity::error);
-    const BuildDiagnostic newNote = make(DiagnosticSeverity::note);
-    const BuildDiagnostic laterError = make(DiagnosticSeverity::error);
-
-    store.selectDefaultDiagnostic({note, warning, error, newNote}, {newNote.id, QUuid::createUuid()});
-    EXPECT_EQ(store.selectedDiagnosticID(), newNote.id);
-    store.selectDefaultDiagnostic({note, warning, error, laterError}, {QUuid::createUuid()});
-    EXPECT_EQ(store.selectedDiagnosticID(), error.id);
-    store.selectDefaultDiagnostic({note, warning}, {});
-    EXPECT_EQ(store.selectedDiagnosticID(), warning.id);
-    store.selectDefaultDiagnostic({note, newNote}, {});
-    EXPECT_EQ(store.selectedDiagnosticID(), note.id);
-    store.selectDefaultDiagnostic({}, {note.id});
-    EXPECT_FALSE(store.selectedDiagnosticID());
+    const std::pair<QString, QString> logs[] = {
+        {QStringLiteral("note: n\nwarning: w\nerror: first\nerror: later"), QStringLiteral("first")},
+        {QStringLiteral("note: n\nwarning: w\nwarning: v"), QStringLiteral("w")},
+        {QStringLiteral("note: n\nnote: m"), QStringLiteral("n")},
+        {QString(), QStringLiteral("<nothing selected>")},
+    };
+    for (const auto& [log, selected] : logs) {
+        store.captureManualLog(log, QStringLiteral("build.log"));
+        EXPECT_EQ(selectedMessage(store), selected);
+    }
 }
 
 TEST_F(BuildCapture, SelectingASessionResetsTheViewButKeepsFilters)

@@ -111,9 +111,7 @@ TEST(ChangeNotification, EveryOperationAnnouncesBeforeItWrites)
         return BuildDiagnostic{};
     };
 
-    expectAnnouncedBeforeChange(store, "state", [&] {
-        store.applyWatcherState(XcodeBuildWatcher::WatcherState::failed(QStringLiteral("no folder")));
-    });
+    expectAnnouncedBeforeChange(store, "watch", [&] { store.startWatching(); });
     expectAnnouncedBeforeChange(store, "capture", [&] {
         store.captureBuild(logText({warningAt(QStringLiteral("A.swift"), 1, QStringLiteral("w"))}),
                            activityLogPath(QStringLiteral("App")));
@@ -126,7 +124,6 @@ TEST(ChangeNotification, EveryOperationAnnouncesBeforeItWrites)
         store.setSearchText(QStringLiteral("abc"));
         store.setShowBuildNoise(true);
         store.setWarningViewMode(BuildStore::WarningViewMode::ignored);
-        store.ensureSelectionVisible();
     });
     expectAnnouncedBeforeChange(store, "focus", [&] { store.setFocusedProject(QStringLiteral("App")); });
     expectAnnouncedBeforeChange(store, "select", [&] { store.selectSession(store.sessions().last()); });

@@ -47,11 +47,6 @@ TEST_F(DiagnosticFiltering, NamesDifferingOnlyInCaseKeepTheirOrderWhateverTheLin
     capture({warningAt(QStringLiteral("view.swift"), 50, QStringLiteral("lower-50")),
              warningAt(QStringLiteral("View.swift"), 10, QStringLiteral("upper-10")),
              warningAt(QStringLiteral("view.swift"), 20, QStringLiteral("lower-20"))});
-    const BuildDiagnostic lower50 = diagnostic(QStringLiteral("lower-50"));
-    const BuildDiagnostic upper10 = diagnostic(QStringLiteral("upper-10"));
-    EXPECT_FALSE(store.diagnosticDisplayOrder(lower50, upper10));
-    EXPECT_FALSE(store.diagnosticDisplayOrder(upper10, lower50));
-    EXPECT_TRUE(store.diagnosticDisplayOrder(diagnostic(QStringLiteral("lower-20")), lower50));
     EXPECT_EQ(visible().size(), 3);
 
     capture({warningAt(QStringLiteral("View.swift"), 50, QStringLiteral("upper-50")),
@@ -60,25 +55,14 @@ TEST_F(DiagnosticFiltering, NamesDifferingOnlyInCaseKeepTheirOrderWhateverTheLin
     EXPECT_EQ(visible(), (QStringList{QStringLiteral("apple"), QStringLiteral("upper-50"), QStringLiteral("lower-10")}));
 }
 
-TEST_F(DiagnosticFiltering, MissingLinesSortLast)
+TEST_F(DiagnosticFiltering, LinesAscendWithinAFileAndColumnsPlayNoPart)
 {
-    BuildDiagnostic withLine;
-    withLine.severity = DiagnosticSeverity::warning;
-    withLine.line = std::numeric_limits<qint64>::max() - 1;
-    BuildDiagnostic withoutLine = withLine;
-    withoutLine.line.reset();
-    BuildDiagnostic alsoWithout = withoutLine;
-    alsoWithout.message = QStringLiteral("other");
-    EXPECT_TRUE(store.diagnosticDisplayOrder(withLine, withoutLine));
-    EXPECT_FALSE(store.diagnosticDisplayOrder(withoutLine, withLine));
-    EXPECT_FALSE(store.diagnosticDisplayOrder(withoutLine, alsoWithout));
-    EXPECT_FALSE(store.diagnosticDisplayOrder(alsoWithout, withoutLine));
-
-    BuildDiagnostic column9 = withLine;
-    column9.column = 9;
-    BuildDiagnostic column1 = withLine;
-    column1.column = 1;
-    EXPECT_FALSE(store.diagnosticDisplayOrder(column9, column1)) << "columns are not consulted";
+    capture({warningAt(QStringLiteral("A.swift"), 30, QStringLiteral("line 30")),
+             located(QStringLiteral("A.swift"), 3, 9, QStringLiteral("warning"), QStringLiteral("line 3 column 9")),
+             located(QStringLiteral("A.swift"), 3, 1, QStringLiteral("warning"), QStringLiteral("line 3 column 1"))});
+    EXPECT_EQ(
+        visible(),
+        (QStringList{QStringLiteral("line 3 column 9"), QStringLiteral("line 3 column 1"), QStringLiteral("line 30")}));
 }
 
 TEST_F(DiagnosticFiltering, SeverityFilterAndWarningViews)
@@ -128,6 +112,24 @@ TEST_F(DiagnosticFiltering, SearchLooksAtMessageAndFileNameOnly)
     EXPECT_TRUE(visible().isEmpty()) << "the raw text is not searched";
 }
 
+TEST_F(DiagnosticFiltering, SearchIgnoresLetterCaseAsTheLocaleDoes)
+{
+    capture({warningAt(QStringLiteral("A.swift"), 1, QStringLiteral("\u0130STANBUL")),
+             warningAt(QStringLiteral("A.swift"), 2, QStringLiteral("INDEX"))});
+    capture({warningAt(QStringLiteral("A.swift"), 2, QStringLiteral("INDEX"))});
+    const QLocale saved;
+    QLocale::setDefault(QLocale(QLocale::Turkish, QLocale::Turkey));
+    store.setSearchText(QStringLiteral("istanbul"));
+    const QStringList turkishFixed = messages(store.listedFixedDiagnostics());
+    store.setSearchText(QStringLiteral("index"));
+    const QStringList turkishVisible = visible();
+    QLocale::setDefault(saved);
+
+    EXPECT_EQ(turkishFixed, QStringList{QStringLiteral("\u0130STANBUL")});
+    EXPECT_TRUE(turkishVisible.isEmpty()) << "in Turkish the capital of i is \u0130, not I";
+    EXPECT_EQ(visible(), QStringList{QStringLiteral("INDEX")});
+}
+
 TEST_F(DiagnosticFiltering, BuildNoiseIsHiddenUnlessShown)
 {
     capture({QStringLiteral("note: COMPUTE TARGET DEPENDENCY GRAPH"),
@@ -158,13 +160,34 @@ TEST_F(DiagnosticFiltering, FixedDiagnosticsCanBeSelectedUntilTheSelectionIsRepa
     store.setSelectedDiagnosticID(QUuid::createUuid());
     EXPECT_FALSE(store.selectedDiagnostic()) << "a stale id shows nothing";
     store.setSeverityFilter({DiagnosticSeverity::error});
-    store.ensureSelectionVisible();
     EXPECT_FALSE(store.selectedDiagnosticID()) << "nothing visible clears the selection";
 
     // An id from another session is not the selection either.
     capture({errorAt(QStringLiteral("B.swift"), 1, QStringLiteral("in other"))}, QStringLiteral("Other"));
     store.setSelectedDiagnosticID(goingAway.id);
     EXPECT_FALSE(store.selectedDiagnostic());
+}
+
+TEST_F(DiagnosticFiltering, SettersThatHideTheSelectionRepairIt)
+{
+    capture({errorAt(QStringLiteral("A.swift"), 1, QStringLiteral("error")),
+             warningAt(QStringLiteral("A.swift"), 2, QStringLiteral("warning")), noiseNote()});
+    const auto select = [&](const QString& message) { store.setSelectedDiagnosticID(diagnostic(message).id); };
+
+    select(QStringLiteral("warning"));
+    store.setSearchText(QStringLiteral("err"));
+    EXPECT_EQ(selectedMessage(store), QStringLiteral("error"));
+    store.setSearchText({});
+    select(QStringLiteral("warning"));
+    store.setSeverityFilter({DiagnosticSeverity::error});
+    EXPECT_EQ(selectedMessage(store), QStringLiteral("error"));
+    store.setSeverityFilter({DiagnosticSeverity::error, DiagnosticSeverity::warning, DiagnosticSeverity::note});
+    store.setShowBuildNoise(true);
+    select(QStringLiteral("Target dependency graph (3 targets)"));
+    store.setShowBuildNoise(false);
+    EXPECT_EQ(selectedMessage(store), QStringLiteral("error"));
+    store.setWarningViewMode(Mode::pinned);
+    EXPECT_FALSE(store.selectedDiagnosticID());
 }
 
 TEST_F(DiagnosticFiltering, VisibleSessionsFollowTheFocus)

@@ -211,7 +211,7 @@ TEST_F(HostileNames, TheWatcherCapturesALogInAHostileProjectFolder)
     ASSERT_TRUE(QDir().mkpath(buildFolder));
 
     BuildStore store(&platform);
-    store.watcher().start();
+    store.startWatching();
     // A log in place before the watcher's first scan is never read, and that
     // scan cannot be seen from here; so the log is written again, a little
     // longer each time, until a poll picks it up.
@@ -230,8 +230,8 @@ TEST_F(HostileNames, TheWatcherCapturesALogInAHostileProjectFolder)
             return false;
         },
         30000);
-    store.watcher().stop();
-    ASSERT_TRUE(captured) << "after " << writes << " writes: " << store.lastWatcherMessage().value_or(QString()).toStdString();
+    ASSERT_TRUE(captured) << "after " << writes
+                          << " writes: " << store.lastWatcherMessage().value_or(QString()).toStdString();
 
     const BuildSession session = store.sessions().first();
     EXPECT_EQ(session.projectName, project.name);

@@ -1,8 +1,9 @@
+#include "UserCommands.h"
 #include "BuildHistoryPersistence.h"
 #include "StoreTestSupport.h"
 #include "TestEnvironment.h"
-#include "UserCommands.h"
 
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QSettings>
@@ -116,7 +117,7 @@ TEST_F(UserCommands, ClearHistoryKeepsPreferencesAndFilters)
     store.setShowBuildNoise(true);
     store.setSearchText(QStringLiteral("x"));
     store.setWarningViewMode(Mode::pinned);
-    store.applyWatcherState(XcodeBuildWatcher::WatcherState::watching());
+    store.startWatching();
     ASSERT_TRUE(QFile::exists(historyFile()));
     const auto pinned = store.pinnedDiagnostics();
     const auto ignored = store.ignoredDiagnostics();
@@ -195,40 +196,47 @@ TEST_F(UserCommands, RestartingTheWatcherPassesThroughStopped)
         if (field == BuildStore::Field::captureState)
             seen.append(store.captureState().kind);
     });
+    store.startWatching();
     store.restartWatcher();
-    store.watcher().stop();
     using Kind = XcodeBuildWatcher::WatcherState::Kind;
     // Each entry is the state just before a change.
-    EXPECT_EQ(seen, (QList<Kind>{Kind::stopped, Kind::stopped, Kind::watching}));
-    EXPECT_EQ(store.captureState().kind, Kind::stopped);
+    EXPECT_EQ(seen, (QList<Kind>{Kind::stopped, Kind::watching, Kind::stopped}));
+    EXPECT_EQ(store.captureState().kind, Kind::watching);
     EXPECT_TRUE(store.sessions().isEmpty());
 }
 
-TEST_F(UserCommands, WatcherIsCreatedOnceAndNotStarted)
+// The watcher is wired to the store: a log it cannot read shows as the
+// watcher's issue, and its message outlives the states that follow.
+TEST_F(UserCommands, AWatcherFailureStaysInTheStatusLine)
 {
-    XcodeBuildWatcher& watcher = store.watcher();
-    EXPECT_FALSE(watcher.isRunning());
-    EXPECT_EQ(watcher.derivedDataPath(), environment.derivedData());
+    using Kind = XcodeBuildWatcher::WatcherState::Kind;
+    EXPECT_EQ(store.captureState().kind, Kind::stopped) << "the store does not start its watcher by itself";
+    store.startWatching();
+    // A log in place before the watcher's first scan is never read, so it is
+    // written again until a poll picks it up.
+    const QString log =
+        environment.derivedData() + QStringLiteral("/App-bxqgrvhdkslrtw/Logs/Build/broken.xcactivitylog");
+    int writes = 0;
+    QDeadlineTimer nextWrite(0);
+    const bool failed = waitUntil(
+        [&] {
+            if (store.captureState().kind == Kind::failed)
+                return true;
+            if (nextWrite.hasExpired()) {
+                writeFile(log, "\x1F\x8B broken " + QByteArray::number(++writes));
+                nextWrite = QDeadlineTimer(2000);
+            }
+            return false;
+        },
+        20000);
+    ASSERT_TRUE(failed);
+    const std::optional<QString> message = store.lastWatcherMessage();
+    ASSERT_TRUE(message && !message->isEmpty());
+    EXPECT_EQ(store.statusText(), QStringLiteral("WATCHER ISSUE"));
 
-    watcher.onBuild(activityLogPath(QStringLiteral("Wired")), logText({}));
-    EXPECT_EQ(store.sessions().first().projectName, QStringLiteral("Wired"));
-    watcher.onStateChange(XcodeBuildWatcher::WatcherState::failed(QStringLiteral("boom")));
-    EXPECT_EQ(store.lastWatcherMessage(), QStringLiteral("boom"));
-}
-
-TEST(BuildStoreLifetime, WatcherCallbacksOutlivingTheStoreDoNothing)
-{
-    TestEnvironment environment;
-    XcodeBuildWatcher::StateCallback onState;
-    XcodeBuildWatcher::BuildCallback onBuild;
-    {
-        BuildStore store;
-        onState = store.watcher().onStateChange;
-        onBuild = store.watcher().onBuild;
-    }
-    onState(XcodeBuildWatcher::WatcherState::watching());
-    onBuild(activityLogPath(QStringLiteral("Late")), logText({}));
-    EXPECT_FALSE(QFile::exists(environment.appFolder() + u'/' + BuildHistoryPersistence::fileName));
+    store.restartWatcher();
+    EXPECT_EQ(store.captureState().kind, Kind::watching);
+    EXPECT_EQ(store.lastWatcherMessage(), message);
 }
 
 } // namespace

@@ -147,6 +147,16 @@ TEST_F(BuildHistoryTest, PagingReturnsToTheNewestBuildsWhenSessionsOrFocusChange
     EXPECT_EQ(text(range), QStringLiteral("1\u20134 / 5"));
 }
 
+TEST_F(BuildHistoryTest, ACaptureAtTheHistoryLimitReturnsToTheNewestBuilds)
+{
+    captureBuilds(*this, historyLimit);
+    click(older);
+    ASSERT_EQ(text(range), QStringLiteral("5\u20138 / 10"));
+    captureBuilds(*this, 1);
+    ASSERT_EQ(store->sessions().size(), historyLimit);
+    EXPECT_EQ(text(range), QStringLiteral("1\u20134 / 10"));
+}
+
 TEST_F(BuildHistoryTest, CollapsingHidesCardsAndPagerAndShowsTheCount)
 {
     window->show();

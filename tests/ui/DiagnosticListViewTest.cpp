@@ -1,6 +1,6 @@
+#include "DiagnosticListView.h"
 #include "CleanBuildPanel.h"
 #include "DiagnosticListModel.h"
-#include "DiagnosticListView.h"
 #include "DiagnosticViewFixtures.h"
 
 #include <QAbstractItemModelTester>
@@ -124,6 +124,31 @@ TEST(DiagnosticListView, GroupsByFileNameInCaseInsensitiveOrder)
     EXPECT_EQ(linker.data(DiagnosticListModel::LocationRole).toString(), QStringLiteral("Build"));
     // Headers take no part in the selection.
     EXPECT_FALSE(view.model()->flags(view.model()->index(0)) & Qt::ItemIsSelectable);
+}
+
+// A process started without a language: the sections, the rows and the
+// project menu still share one order.
+TEST(DiagnosticListView, SectionsFollowTheStoreOrderInTheCLocale)
+{
+    const QLocale saved;
+    QLocale::setDefault(QLocale::c());
+    StoreFixture f;
+    f.store->captureManualLog(
+        QStringList{
+            QStringLiteral("/App/Zebra.swift:1:1: warning: zebra"),
+            QStringLiteral("/App/\u00C9clair.swift:1:1: warning: eclair"),
+            QStringLiteral("/App/apple.swift:1:1: warning: apple"),
+        }
+            .join(u'\n'),
+        QStringLiteral("build.log"));
+    DiagnosticListView view(*f.store);
+    const QStringList rows = shownRows(view);
+    QLocale::setDefault(saved);
+
+    EXPECT_EQ(
+        rows,
+        (QStringList{QStringLiteral("== APPLE.SWIFT"), QStringLiteral("apple"), QStringLiteral("== \u00C9CLAIR.SWIFT"),
+                     QStringLiteral("eclair"), QStringLiteral("== ZEBRA.SWIFT"), QStringLiteral("zebra")}));
 }
 
 TEST(DiagnosticListView, MarksNewRowsAndListsFixedOnesFirst)

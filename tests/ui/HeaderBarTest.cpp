@@ -1,5 +1,5 @@
-#include "CountChip.h"
 #include "HeaderBar.h"
+#include "CountChip.h"
 #include "SearchField.h"
 #include "ShellFixtures.h"
 #include "Theme.h"
@@ -148,21 +148,20 @@ TEST_F(HeaderBarTest, CountersAppearOnlyWithABaselineAndGreyAtZero)
 
 TEST_F(HeaderBarTest, StatusLineTakesTheCaptureStateColour)
 {
-    using State = XcodeBuildWatcher::WatcherState;
-    const std::pair<State, QColor> cases[] = {
-        {State::watching(), theme::green()},
-        {State::buildDetected(QStringLiteral("ExampleApp")), theme::cyan()},
-        {State::processing(QStringLiteral("ExampleApp")), theme::cyan()},
-        {State::failed(QStringLiteral("No access")), theme::orange()},
-        {State::stopped(), theme::secondaryText()},
+    using Kind = BuildStore::CaptureState::Kind;
+    const std::pair<Kind, QColor> cases[] = {
+        {Kind::watching, theme::green()}, {Kind::buildDetected, theme::cyan()},    {Kind::processing, theme::cyan()},
+        {Kind::failed, theme::orange()},  {Kind::stopped, theme::secondaryText()},
     };
-    for (const auto& [state, colour] : cases) {
-        store->applyWatcherState(state);
-        settle();
-        auto* label = find<QLabel>(QStringLiteral("statusText"));
-        EXPECT_EQ(label->text(), store->statusText());
-        EXPECT_EQ(label->palette().color(QPalette::WindowText), colour) << label->text().toStdString();
-    }
+    for (const auto& [kind, colour] : cases)
+        EXPECT_EQ(HeaderBar::captureStatusColor({kind, QStringLiteral("ExampleApp")}), colour);
+
+    auto* label = find<QLabel>(QStringLiteral("statusText"));
+    EXPECT_EQ(label->palette().color(QPalette::WindowText), theme::secondaryText());
+    store->startWatching();
+    settle();
+    EXPECT_EQ(label->text(), QStringLiteral("WATCHING XCODE"));
+    EXPECT_EQ(label->palette().color(QPalette::WindowText), theme::green());
 }
 
 TEST_F(HeaderBarTest, FocusMenuListsAllProjectsThenTheProjectsWithACheckmarkOnTheFocus)
@@ -222,9 +221,7 @@ TEST_F(HeaderBarTest, OptionsMenuOffersTheCommandsInOrderAndRunsThem)
     EXPECT_EQ(store->sessions().size(), 1);
 
     trigger(QStringLiteral("optionsMenu"), QStringLiteral("Restart Xcode Watcher"));
-    EXPECT_TRUE(store->watcher().isRunning());
     EXPECT_EQ(text(QStringLiteral("statusText")), QStringLiteral("WATCHING XCODE"));
-    store->watcher().stop();
 
     trigger(QStringLiteral("optionsMenu"), QStringLiteral("Clear Build History"));
     EXPECT_TRUE(store->sessions().isEmpty());
