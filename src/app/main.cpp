@@ -1,3 +1,4 @@
+#include "ActivityLogReader.h"
 #include "CorvaneApp.h"
 #include "SingleInstance.h"
 #include "Theme.h"
@@ -5,10 +6,15 @@
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QFileInfo>
+#include <QSocketNotifier>
 #include <QStandardPaths>
 
+#include <csignal>
 #include <cstdio>
 #include <memory>
+
+#include <sys/socket.h>
+#include <unistd.h>
 
 using namespace std::chrono_literals;
 
@@ -24,8 +30,8 @@ void nameApplication()
     QCoreApplication::setApplicationVersion(QStringLiteral(CORVANE_VERSION));
 }
 
-// Ends the process for --help and --version. The log's path is made absolute
-// here because a running instance may be handed it from another folder.
+// Ends the process for --help and --version. The logs' paths are made
+// absolute here because a running instance may be handed them from another folder.
 QStringList logsFromCommandLine(const QCoreApplication& application)
 {
     QCommandLineParser options;
@@ -33,13 +39,41 @@ QStringList logsFromCommandLine(const QCoreApplication& application)
     options.addHelpOption();
     options.addVersionOption();
     options.addPositionalArgument(QStringLiteral("log"),
-                                  QStringLiteral("A plain-text build log to import at start."),
-                                  QStringLiteral("[log]"));
+                                  QStringLiteral("Plain-text build logs to import at start, each as a build."),
+                                  QStringLiteral("[log...]"));
     options.process(application);
-    const QStringList arguments = options.positionalArguments();
-    if (arguments.isEmpty())
-        return {};
-    return {QFileInfo(arguments.first()).absoluteFilePath()};
+    QStringList logs;
+    for (const QString& argument : options.positionalArguments())
+        logs.append(QFileInfo(argument).absoluteFilePath());
+    return logs;
+}
+
+int signalPipe[2] = {-1, -1};
+
+void forwardSignal(int)
+{
+    const char byte = 1;
+    [[maybe_unused]] const ssize_t written = ::write(signalPipe[1], &byte, 1);
+}
+
+// SIGTERM, SIGINT and SIGHUP end the program the way closing its window does:
+// the event loop returns and everything below main's exec() runs, so the
+// socket file goes and reads under way are stopped with their gzip.
+void quitOnTerminationSignals(QCoreApplication& application)
+{
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, signalPipe) != 0)
+        return;
+    auto* notifier = new QSocketNotifier(signalPipe[0], QSocketNotifier::Read, &application);
+    QObject::connect(notifier, &QSocketNotifier::activated, &application, [notifier] {
+        notifier->setEnabled(false);
+        QCoreApplication::quit();
+    });
+    struct sigaction action {};
+    action.sa_handler = forwardSignal;
+    sigemptyset(&action.sa_mask);
+    action.sa_flags = SA_RESTART;
+    for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+        ::sigaction(signal, &action, nullptr);
 }
 
 } // namespace
@@ -57,7 +91,8 @@ int main(int argc, char* argv[])
         logs = logsFromCommandLine(probe);
 
         const QString dataFolder = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-        instance = std::make_unique<corvane::SingleInstance>(corvane::SingleInstance::socketPathFor(dataFolder));
+        instance = std::make_unique<corvane::SingleInstance>(corvane::SingleInstance::socketPathFor(dataFolder),
+                                                             corvane::SingleInstance::lockPathFor(dataFolder));
         // Left in place: should this start be the first, the window system
         // plugin uses it for its own window.
         const QString activationToken = qEnvironmentVariable("XDG_ACTIVATION_TOKEN");
@@ -79,6 +114,7 @@ int main(int argc, char* argv[])
     nameApplication();
     QGuiApplication::setDesktopFileName(QStringLiteral("org.corvane.Corvane"));
     corvane::theme::applyTheme(app);
+    quitOnTerminationSignals(app);
 
     // Before the store loads its history, so a start waiting on the lock is let
     // in early; its request is answered once the event loop runs.
@@ -108,11 +144,18 @@ int main(int argc, char* argv[])
     // After the window is up, so an unreadable file's alert has a window to sit on.
     if (!logs.isEmpty()) {
         QMetaObject::invokeMethod(
-            &corvane, [&corvane, log = logs.first()] { corvane.store().importLogFile(log); },
+            &corvane,
+            [&corvane, logs] {
+                for (const QString& log : logs)
+                    corvane.store().importLogFile(log);
+            },
             Qt::QueuedConnection);
     }
     const int status = app.exec();
     // The socket goes while the event dispatcher it is registered with exists.
     instance.reset();
+    // The background pool waits for its jobs when the application object
+    // goes; a log being read must not hold the process up until it is done.
+    corvane::abandonActivityLogReads();
     return status;
 }

@@ -1,13 +1,19 @@
 #include "ActivityLogReader.h"
 
 #include "ReadableTextExtractor.h"
+#include "StorageFile.h"
 
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QStringDecoder>
 
+#include <atomic>
+#include <cerrno>
+#include <chrono>
 #include <functional>
 #include <limits>
+#include <new>
 
 #if defined(Q_OS_LINUX)
 #include <fcntl.h>
@@ -19,6 +25,10 @@ namespace corvane {
 namespace {
 
 const QString gzipProgram = QStringLiteral("/usr/bin/gzip");
+
+std::atomic<bool> readsAbandoned{false};
+// How long a read may go without noticing that it was abandoned.
+constexpr std::chrono::milliseconds abandonCheckInterval{100};
 
 Error fileError(const QFile& file)
 {
@@ -36,10 +46,40 @@ Error gzipFailure(int exitStatus, const QByteArray& standardError)
                  QStringLiteral("Could not decompress Xcode activity log: ") + detail};
 }
 
+Error tooLarge(qint64 limit)
+{
+    return Error{activityLogErrorDomain, activityLogError::tooLarge,
+                 QStringLiteral("The Xcode activity log holds more text than Corvane can keep (%1 MB).")
+                     .arg(limit / (1024 * 1024))};
+}
+
+Error abandoned()
+{
+    return Error{activityLogErrorDomain, activityLogError::abandoned,
+                 QStringLiteral("Reading the Xcode activity log was stopped.")};
+}
+
+Error startFailure(const QProcess& gzip)
+{
+    // gzip is there and runnable, so only the system's limits (descriptors
+    // for the pipes, processes) can have kept it from starting.
+    const bool lackOfResources = gzip.error() == QProcess::FailedToStart && QFileInfo(gzipProgram).isExecutable();
+    return Error{lackOfResources ? activityLogErrorDomain : errorDomain::process,
+                 lackOfResources ? activityLogError::lackOfResources : static_cast<int>(gzip.error()),
+                 gzip.errorString()};
+}
+
+void endProcess(QProcess& process)
+{
+    process.kill();
+    process.waitForFinished(-1);
+}
+
 // gzip keeps the uncompressed size modulo 2^32 in the last four bytes. It is a
 // hint only: a file of several members or of 4 GiB and more tells a smaller
-// size, and a damaged one any size at all.
-qsizetype uncompressedSizeHint(QFile& file)
+// size, and a damaged one any size at all, so it never asks for more than
+// the text may hold.
+qsizetype uncompressedSizeHint(QFile& file, qint64 textLimit)
 {
     const qint64 size = file.size();
     if (size < 18 || !file.seek(size - 4))
@@ -50,14 +90,26 @@ qsizetype uncompressedSizeHint(QFile& file)
     const auto byte = [&](int i) { return static_cast<quint32>(static_cast<unsigned char>(trailer[i])); };
     const qint64 hint = byte(0) | byte(1) << 8 | byte(2) << 16 | byte(3) << 24;
     // Deflate cannot expand more than about 1032 to 1.
-    if (hint > size * 1100 || hint > std::numeric_limits<qsizetype>::max() / 2)
+    if (hint > size * 1032 || hint > std::numeric_limits<qsizetype>::max() / 2)
         return 0;
-    return static_cast<qsizetype>(hint);
+    return static_cast<qsizetype>(std::min(hint, textLimit));
+}
+
+// The reservation only saves copying: without the memory for it, the text
+// grows as it comes.
+ReadableTextExtractor extractorFor(qsizetype expectedBytes)
+{
+    try {
+        return ReadableTextExtractor(expectedBytes);
+    } catch (const std::bad_alloc&) {
+        return ReadableTextExtractor();
+    }
 }
 
 // Runs gzip on the file and hands each piece of its standard output to sink as
-// it arrives, so the decompressed payload never has to be held whole.
-Result<void> runGzip(const QString& path, const std::function<void(QByteArrayView)>& sink)
+// it arrives, so the decompressed payload never has to be held whole. A sink
+// that returns false has had enough: gzip is ended and the run fails as too large.
+Result<void> runGzip(const QString& path, qint64 limit, const std::function<bool(QByteArrayView)>& sink)
 {
     QProcess gzip;
     gzip.setProcessChannelMode(QProcess::SeparateChannels);
@@ -66,26 +118,45 @@ Result<void> runGzip(const QString& path, const std::function<void(QByteArrayVie
     // logs. A refusal (limits lowered by the administrator) just leaves the default.
     gzip.setChildProcessModifier([] { ::fcntl(STDOUT_FILENO, F_SETPIPE_SZ, 1 << 20); });
 #endif
+    if (readsAbandoned)
+        return abandoned();
     gzip.start(gzipProgram, {QStringLiteral("-dc"), path}, QIODevice::ReadOnly);
     if (!gzip.waitForStarted(-1))
-        return Error{errorDomain::process, static_cast<int>(gzip.error()), gzip.errorString()};
+        return startFailure(gzip);
 
     // waitForReadyRead services both pipes, so gzip can never stall on a full
-    // standard-error pipe while we wait for standard output.
+    // standard-error pipe while we wait for standard output. It wakes up now
+    // and then to see whether the program is quitting.
     gzip.setReadChannel(QProcess::StandardOutput);
     // One buffer for every piece: a new array for each would be allocated,
-    // faulted in and freed again hundreds of times on a large log.
+    // faulted in and freed again hundreds of times on a large log. False once
+    // the sink has had enough.
     QByteArray buffer(qsizetype(1) << 20, Qt::Uninitialized);
     const auto drain = [&] {
-        for (qint64 read; (read = gzip.read(buffer.data(), buffer.size())) > 0;)
-            sink(QByteArrayView(buffer.constData(), qsizetype(read)));
+        for (qint64 read; (read = gzip.read(buffer.data(), buffer.size())) > 0;) {
+            if (!sink(QByteArrayView(buffer.constData(), qsizetype(read))))
+                return false;
+        }
+        return true;
     };
-    while (gzip.waitForReadyRead(-1))
-        drain();
-    if (gzip.state() != QProcess::NotRunning)
-        gzip.waitForFinished(-1);
+    for (;;) {
+        if (readsAbandoned) {
+            endProcess(gzip);
+            return abandoned();
+        }
+        if (!gzip.waitForReadyRead(static_cast<int>(abandonCheckInterval.count()))) {
+            if (gzip.state() == QProcess::NotRunning)
+                break;
+            continue;
+        }
+        if (!drain()) {
+            endProcess(gzip);
+            return tooLarge(limit);
+        }
+    }
     // Output that arrived together with the end of the process.
-    drain();
+    if (!drain())
+        return tooLarge(limit);
 
     const QByteArray standardError = gzip.readAllStandardError();
     if (gzip.exitStatus() == QProcess::CrashExit)
@@ -93,6 +164,42 @@ Result<void> runGzip(const QString& path, const std::function<void(QByteArrayVie
     if (gzip.exitCode() != 0)
         return gzipFailure(gzip.exitCode(), standardError);
     return {};
+}
+
+Result<QByteArray> readLimitedActivityLog(const QString& path, qint64 textLimit)
+{
+    QFile file;
+    int openErrno = 0;
+    if (const Result<void> opened = StorageFile::openRegularFile(file, path, &openErrno); !opened) {
+        if (openErrno == EMFILE || openErrno == ENFILE || openErrno == ENOMEM)
+            return Error{activityLogErrorDomain, activityLogError::lackOfResources, opened.error().description};
+        return opened.error();
+    }
+    const QByteArray head = file.read(2);
+    if (file.error() != QFileDevice::NoError)
+        return fileError(file);
+    if (head.isEmpty())
+        return QByteArray();
+
+    if (!hasGzipSignature(head)) {
+        // The text is never longer than the file (one line feed aside).
+        if (file.size() > textLimit)
+            return tooLarge(textLimit);
+        QByteArray bytes = head + file.readAll();
+        if (file.error() != QFileDevice::NoError)
+            return fileError(file);
+        return extractReadableText(bytes);
+    }
+
+    ReadableTextExtractor extractor = extractorFor(uncompressedSizeHint(file, textLimit));
+    file.close();
+    const Result<void> run = runGzip(path, textLimit, [&](QByteArrayView chunk) {
+        extractor.append(chunk);
+        return extractor.size() <= textLimit;
+    });
+    if (!run)
+        return run.error();
+    return extractor.finish();
 }
 
 } // namespace
@@ -105,37 +212,34 @@ bool hasGzipSignature(QByteArrayView bytes)
 
 Result<QByteArray> decompressActivityLog(const QString& path)
 {
-    QByteArray payload;
-    const Result<void> run = runGzip(path, [&](QByteArrayView chunk) { payload.append(chunk); });
-    if (!run)
-        return run.error();
-    return payload;
+    const qint64 limit = StorageFile::readLimit();
+    try {
+        QByteArray payload;
+        const Result<void> run = runGzip(path, limit, [&](QByteArrayView chunk) {
+            payload.append(chunk);
+            return payload.size() <= limit;
+        });
+        if (!run)
+            return run.error();
+        return payload;
+    } catch (const std::bad_alloc&) {
+        return tooLarge(limit);
+    }
 }
 
-Result<QByteArray> readActivityLog(const QString& path)
+void abandonActivityLogReads() { readsAbandoned = true; }
+
+Result<QByteArray> readActivityLog(const QString& path) { return readActivityLog(path, StorageFile::readLimit()); }
+
+Result<QByteArray> readActivityLog(const QString& path, qint64 textLimit)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
-        return fileError(file);
-    const QByteArray head = file.read(2);
-    if (file.error() != QFileDevice::NoError)
-        return fileError(file);
-    if (head.isEmpty())
-        return QByteArray();
-
-    if (!hasGzipSignature(head)) {
-        QByteArray bytes = head + file.readAll();
-        if (file.error() != QFileDevice::NoError)
-            return fileError(file);
-        return extractReadableText(bytes);
+    // Whatever the limit, the address space can be smaller still: a log that
+    // does not fit fails like any other unreadable log.
+    try {
+        return readLimitedActivityLog(path, textLimit);
+    } catch (const std::bad_alloc&) {
+        return tooLarge(textLimit);
     }
-
-    ReadableTextExtractor extractor(uncompressedSizeHint(file));
-    file.close();
-    const Result<void> run = runGzip(path, [&](QByteArrayView chunk) { extractor.append(chunk); });
-    if (!run)
-        return run.error();
-    return extractor.finish();
 }
 
 } // namespace corvane

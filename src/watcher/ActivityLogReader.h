@@ -13,10 +13,29 @@ namespace corvane {
 
 inline const QString activityLogErrorDomain = QStringLiteral("Corvane.ActivityLog");
 
+// Codes of the reader's own errors. A failed gzip uses its exit status
+// (1 and up) instead.
+namespace activityLogError {
+// More text than the limit, or than memory could hold.
+constexpr int tooLarge = -2;
+// abandonActivityLogReads() was called.
+constexpr int abandoned = -3;
+// gzip could not be started for want of descriptors or processes, or the
+// log could not be opened for want of descriptors: worth another try later.
+constexpr int lackOfResources = -4;
+} // namespace activityLogError
+
 // The log's readable text as UTF-8: the file decompressed by /usr/bin/gzip
 // when it starts with the gzip signature, taken as it is otherwise, then
-// reduced to its runs of readable bytes, one line feed after each.
+// reduced to its runs of readable bytes, one line feed after each. Only a
+// regular file is read, and at most StorageFile::readLimit() bytes of text
+// (or textLimit) are kept: a longer log fails. Never throws.
 Result<QByteArray> readActivityLog(const QString& path);
+Result<QByteArray> readActivityLog(const QString& path, qint64 textLimit);
+
+// Makes every read under way, and every later one, fail at once and end its
+// gzip. For quitting: nothing can be read afterwards.
+void abandonActivityLogReads();
 
 // At least two bytes, the first two being 0x1F 0x8B.
 bool hasGzipSignature(QByteArrayView bytes);

@@ -20,6 +20,8 @@ public:
     explicit ReadableTextExtractor(qsizetype expectedInputBytes = 0);
 
     void append(QByteArrayView chunk);
+    // Bytes held so far, the unfinished run included: what finish() gives at most.
+    qsizetype size() const { return m_text.size() + m_carry.size(); }
     // Ends the last run and hands over the text; the extractor is empty afterwards.
     QByteArray finish();
 

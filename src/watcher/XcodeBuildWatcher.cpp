@@ -6,11 +6,15 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QFuture>
+#include <QSet>
 #include <QThreadPool>
 #include <QTimer>
 #include <QtConcurrent/QtConcurrentRun>
 
+#include <exception>
 #include <optional>
+
+#include <dirent.h>
 
 namespace corvane {
 
@@ -33,20 +37,57 @@ QThreadPool* backgroundPool()
     return pool;
 }
 
+// Qt's listings leave out names that are not valid UTF-8 altogether (no
+// QString path could name them); only the system's own listing shows them.
+void collectUndecodable(const QString& folder, bool logsOnly, QStringList& undecodable)
+{
+    DIR* dir = ::opendir(QFile::encodeName(folder).constData());
+    if (!dir)
+        return;
+    while (const dirent* entry = ::readdir(dir)) {
+        const QByteArrayView name(entry->d_name);
+        if (name.startsWith('.') || name.isValidUtf8() || (logsOnly && !name.endsWith(".xcactivitylog")))
+            continue;
+        undecodable.append(folder + u'/' + QFile::decodeName(name.toByteArray()));
+    }
+    ::closedir(dir);
+}
+
+// What comes back from a background job must never be an exception: it would
+// end the chain of continuations, and with it the polling, for good.
+XcodeBuildWatcher::Scan guardedScan(const QString& derivedDataPath)
+{
+    XcodeBuildWatcher::Scan scan;
+    try {
+        scan.logs = XcodeBuildWatcher::scanLogs(derivedDataPath, &scan.undecodable);
+    } catch (...) {
+        // Like a folder that cannot be listed.
+        scan = {};
+    }
+    return scan;
+}
+
+Result<QByteArray> guardedRead(const QString& path)
+{
+    try {
+        return readActivityLog(path);
+    } catch (const std::exception& e) {
+        return Error{activityLogErrorDomain, 0, QString::fromLocal8Bit(e.what())};
+    } catch (...) {
+        return Error{activityLogErrorDomain, 0, QStringLiteral("The Xcode activity log could not be read.")};
+    }
+}
+
 QFileInfoList visibleEntries(const QString& folder)
 {
     // System includes broken symbolic links and other special files so that
     // they are looked at (and refused) like everything else.
-    return QDir(folder).entryInfoList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot,
-                                      QDir::NoSort);
+    return QDir(folder).entryInfoList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::NoSort);
 }
 
 } // namespace
 
-QDateTime XcodeBuildWatcher::Snapshot::distantPast()
-{
-    return QDateTime(QDate(1, 1, 1), QTime(0, 0), Qt::UTC);
-}
+QDateTime XcodeBuildWatcher::Snapshot::distantPast() { return QDateTime(QDate(1, 1, 1), QTime(0, 0), Qt::UTC); }
 
 struct XcodeBuildWatcher::Private {
     QString derivedDataPath;
@@ -62,6 +103,8 @@ struct XcodeBuildWatcher::Private {
     Snapshots knownLogs;
     Snapshots pendingLogs;
     Snapshots processedSnapshot;
+    // Undecodable names already reported, so each is reported once.
+    QSet<QString> reportedUndecodable;
 };
 
 QString XcodeBuildWatcher::defaultDerivedDataPath()
@@ -69,8 +112,7 @@ QString XcodeBuildWatcher::defaultDerivedDataPath()
     return QDir::homePath() + QStringLiteral("/Library/Developer/Xcode/DerivedData");
 }
 
-XcodeBuildWatcher::XcodeBuildWatcher(QString derivedDataPath, std::chrono::milliseconds interval,
-                                     QObject* parent)
+XcodeBuildWatcher::XcodeBuildWatcher(QString derivedDataPath, std::chrono::milliseconds interval, QObject* parent)
     : QObject(parent), d(std::make_unique<Private>())
 {
     d->derivedDataPath = std::move(derivedDataPath);
@@ -94,9 +136,10 @@ void XcodeBuildWatcher::start()
     sendState(WatcherState::watching());
 
     // Logs already there are the baseline: known, never read unless they change.
-    QtConcurrent::run(backgroundPool(), &XcodeBuildWatcher::scanLogs, d->derivedDataPath)
-        .then(this, [this, loop](const Snapshots& baseline) {
-            d->knownLogs = baseline;
+    QtConcurrent::run(backgroundPool(), &guardedScan, d->derivedDataPath)
+        .then(this, [this, loop](const Scan& baseline) {
+            d->knownLogs = baseline.logs;
+            reportUndecodable(baseline.undecodable);
             if (d->currentLoop == loop)
                 poll(loop);
         });
@@ -115,12 +158,26 @@ QString XcodeBuildWatcher::derivedDataPath() const { return d->derivedDataPath; 
 
 void XcodeBuildWatcher::poll(quint64 loop)
 {
-    QtConcurrent::run(backgroundPool(), &XcodeBuildWatcher::scanLogs, d->derivedDataPath)
-        .then(this, [this, loop](const Snapshots& current) { takeScan(loop, current); });
+    QtConcurrent::run(backgroundPool(), &guardedScan, d->derivedDataPath).then(this, [this, loop](const Scan& scan) {
+        takeScan(loop, scan);
+    });
 }
 
-void XcodeBuildWatcher::takeScan(quint64 loop, const Snapshots& current)
+void XcodeBuildWatcher::reportUndecodable(const QStringList& paths)
 {
+    for (const QString& path : paths) {
+        if (d->reportedUndecodable.contains(path))
+            continue;
+        d->reportedUndecodable.insert(path);
+        sendState(WatcherState::failed(
+            QStringLiteral("Skipped \u201C%1\u201D: its name is not valid UTF-8.").arg(QFileInfo(path).fileName())));
+    }
+}
+
+void XcodeBuildWatcher::takeScan(quint64 loop, const Scan& scan)
+{
+    const Snapshots& current = scan.logs;
+    reportUndecodable(scan.undecodable);
     for (auto it = current.cbegin(); it != current.cend(); ++it) {
         const auto known = d->knownLogs.constFind(it.key());
         if (known != d->knownLogs.cend() && known.value() == it.value())
@@ -164,21 +221,24 @@ void XcodeBuildWatcher::processReady(quint64 loop, ReadyLogs ready, qsizetype ne
     d->pendingLogs.remove(path);
     sendState(WatcherState::processing(projectNameForLog(path)));
 
-    QtConcurrent::run(backgroundPool(), &readActivityLog, path)
-        .then(this, [this, loop, ready = std::move(ready), next, path, snapshot](
-                        const Result<QByteArray>& text) mutable {
-            if (text) {
-                d->processedSnapshot.insert(path, snapshot);
-                if (onBuild)
-                    onBuild(path, text.value());
-                sendState(WatcherState::watching());
-            } else {
-                // Not retried: the log stays known with this snapshot, so only
-                // a change to the file brings it back.
-                sendState(WatcherState::failed(text.error().description));
-            }
-            processReady(loop, std::move(ready), next + 1);
-        });
+    QtConcurrent::run(backgroundPool(), &guardedRead, path)
+        .then(this,
+              [this, loop, ready = std::move(ready), next, path, snapshot](const Result<QByteArray>& text) mutable {
+                  if (text) {
+                      d->processedSnapshot.insert(path, snapshot);
+                      if (onBuild)
+                          onBuild(path, text.value());
+                      sendState(WatcherState::watching());
+                  } else {
+                      sendState(WatcherState::failed(text.error().description));
+                      // Otherwise not retried: the log stays known with this
+                      // snapshot, so only a change to the file brings it back.
+                      if (text.error().domain == activityLogErrorDomain
+                          && text.error().code == activityLogError::lackOfResources)
+                          d->pendingLogs.insert(path, snapshot);
+                  }
+                  processReady(loop, std::move(ready), next + 1);
+              });
 }
 
 void XcodeBuildWatcher::finishPoll(quint64 loop)
@@ -206,13 +266,17 @@ QString XcodeBuildWatcher::projectNameForLog(const QString& logPath)
     return hyphen < 0 ? folder : folder.left(hyphen);
 }
 
-XcodeBuildWatcher::Snapshots XcodeBuildWatcher::scanLogs(const QString& derivedDataPath)
+XcodeBuildWatcher::Snapshots XcodeBuildWatcher::scanLogs(const QString& derivedDataPath, QStringList* undecodable)
 {
     Snapshots logs;
+    if (undecodable)
+        collectUndecodable(derivedDataPath, false, *undecodable);
     // Entries are not checked for being folders: listing Logs/Build inside
     // anything else simply finds nothing.
     for (const QFileInfo& entry : visibleEntries(derivedDataPath)) {
         const QString buildLogs = entry.filePath() + QStringLiteral("/Logs/Build");
+        if (undecodable)
+            collectUndecodable(buildLogs, true, *undecodable);
         for (const QFileInfo& file : visibleEntries(buildLogs)) {
             if (!file.fileName().endsWith(logExtension, Qt::CaseSensitive))
                 continue;

@@ -49,6 +49,11 @@ public:
     };
     // Keyed by the log's absolute path as the folder listing gave it.
     using Snapshots = QHash<QString, Snapshot>;
+    // What one scan found (see scanLogs).
+    struct Scan {
+        Snapshots logs;
+        QStringList undecodable;
+    };
 
     using StateCallback = std::function<void(const WatcherState&)>;
     // The log's absolute path and its text as UTF-8.
@@ -60,8 +65,7 @@ public:
     static QString defaultDerivedDataPath();
 
     explicit XcodeBuildWatcher(QString derivedDataPath = defaultDerivedDataPath(),
-                               std::chrono::milliseconds interval = pollInterval,
-                               QObject* parent = nullptr);
+                               std::chrono::milliseconds interval = pollInterval, QObject* parent = nullptr);
     ~XcodeBuildWatcher() override;
 
     StateCallback onStateChange;
@@ -84,8 +88,11 @@ public:
     // Every *.xcactivitylog regular file directly inside <entry>/Logs/Build of
     // each entry of the DerivedData folder. Hidden entries, symbolic links and
     // anything deeper are left out; folders that cannot be listed count as
-    // empty. Blocks; the watcher runs it as a background job.
-    static Snapshots scanLogs(const QString& derivedDataPath);
+    // empty. Project folders and logs whose names are not valid UTF-8 cannot
+    // be opened by their decoded names: they are left out too, and their
+    // paths (as decoded) go to `undecodable`. Blocks; the watcher runs it as
+    // a background job.
+    static Snapshots scanLogs(const QString& derivedDataPath, QStringList* undecodable = nullptr);
 
 private:
     struct ReadyLog {
@@ -95,7 +102,8 @@ private:
     using ReadyLogs = QList<ReadyLog>;
 
     void poll(quint64 loop);
-    void takeScan(quint64 loop, const Snapshots& current);
+    void takeScan(quint64 loop, const Scan& scan);
+    void reportUndecodable(const QStringList& paths);
     void processReady(quint64 loop, ReadyLogs ready, qsizetype next);
     void finishPoll(quint64 loop);
     void sendState(const WatcherState& state);

@@ -1,12 +1,11 @@
 #include "CrashTestSupport.h"
 
+#include "BuildHistoryPersistence.h"
+#include "DiagnosticPreferencesPersistence.h"
 #include "StorageFile.h"
 #include "TestEnvironment.h"
 
 #include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QSet>
 #include <QUuid>
 
@@ -16,33 +15,6 @@
 namespace corvane::test {
 
 namespace {
-
-// Reads every file it is given and checks the shape the program writes, so
-// that a file plistlib reads only by luck still counts as a failure.
-const char* const plistlibScript = R"PY(
-import datetime, json, plistlib, sys
-for line in sys.stdin:
-    path = line.rstrip("\n")
-    try:
-        with open(path, "rb") as f:
-            root = plistlib.load(f)
-        if not isinstance(root, dict) or sorted(root) != ["savedAt", "sessions", "version"]:
-            raise ValueError("root keys %r" % sorted(root))
-        if root["version"] != 1 or not isinstance(root["savedAt"], datetime.datetime):
-            raise ValueError("version or savedAt")
-        ids = []
-        for session in root["sessions"]:
-            for key in ("id", "startedAt", "diagnostics", "sourceName", "projectName", "comparison"):
-                if key not in session:
-                    raise ValueError("session without " + key)
-            for d in session["diagnostics"]:
-                if not isinstance(d["message"], str) or d["severity"] not in ("error", "warning", "note"):
-                    raise ValueError("diagnostic %r" % d)
-            ids.append(session["id"].upper())
-        print(json.dumps({"path": path, "ids": ids}), flush=True)
-    except Exception as e:
-        print(json.dumps({"path": path, "error": repr(e)}), flush=True)
-)PY";
 
 const char* const severities[] = {"error", "warning", "warning", "note"};
 
@@ -90,75 +62,6 @@ QByteArray CrashLogs::plainTextLog(int count, int variant)
     return diagnosticLines(count, variant, QStringLiteral("/Users/dev/Imported/Sources")).join(u'\n').toUtf8();
 }
 
-PlistlibReader::PlistlibReader()
-{
-    m_process.setProcessChannelMode(QProcess::SeparateChannels);
-    m_process.start(QStringLiteral("python3"), {QStringLiteral("-c"), QString::fromUtf8(plistlibScript)});
-    m_started = m_process.waitForStarted(30000);
-}
-
-PlistlibReader::~PlistlibReader()
-{
-    if (m_process.state() != QProcess::NotRunning) {
-        m_process.kill();
-        m_process.waitForFinished(5000);
-    }
-}
-
-void PlistlibReader::submit(const QString& path, const QList<BuildSession>& sessions, const QString& context)
-{
-    Pending pending{path, {}, context};
-    for (const BuildSession& session : sessions)
-        pending.ids.append(session.id.toString(QUuid::WithoutBraces).toUpper());
-    m_pending.push_back(std::move(pending));
-    m_process.write(path.toUtf8() + '\n');
-}
-
-std::optional<QString> PlistlibReader::collect(bool finishing)
-{
-    if (finishing) {
-        m_process.closeWriteChannel();
-        m_process.waitForFinished(300000);
-    } else {
-        m_process.waitForReadyRead(0);
-    }
-    while (m_process.canReadLine()) {
-        if (std::optional<QString> problem = take(m_process.readLine()))
-            return problem;
-    }
-    if (finishing && !m_pending.empty())
-        return QStringLiteral("plistlib gave no answer for %1 files (first: %2); python said: %3")
-            .arg(m_pending.size())
-            .arg(m_pending.front().context, QString::fromUtf8(m_process.readAllStandardError()));
-    return std::nullopt;
-}
-
-std::optional<QString> PlistlibReader::take(const QByteArray& line)
-{
-    if (m_pending.empty())
-        return QStringLiteral("plistlib answered a question nobody asked: %1").arg(QString::fromUtf8(line));
-    const Pending pending = m_pending.front();
-    m_pending.pop_front();
-    ++m_answered;
-    QFile::remove(pending.path);
-
-    const QJsonObject answer = QJsonDocument::fromJson(line).object();
-    if (answer.value(QStringLiteral("path")).toString() != pending.path)
-        return QStringLiteral("plistlib answered out of order: %1").arg(QString::fromUtf8(line));
-    if (answer.contains(QStringLiteral("error")))
-        return QStringLiteral("plistlib could not read the history (%1): %2")
-            .arg(pending.context, answer.value(QStringLiteral("error")).toString());
-    QStringList ids;
-    for (const QJsonValue& id : answer.value(QStringLiteral("ids")).toArray())
-        ids.append(id.toString());
-    if (ids != pending.ids)
-        return QStringLiteral("plistlib found %1 sessions where the program's loader found %2 (%3)")
-            .arg(ids.size())
-            .arg(pending.ids.size())
-            .arg(pending.context);
-    return std::nullopt;
-}
-
 std::optional<QList<OpenFile>> openFiles(qint64 pid, const QString& folder)
 {
     const std::string prefix = QFile::encodeName(folder + u'/').toStdString();
@@ -198,7 +101,8 @@ bool isSaveInProgress(const OpenFile& file, const QString& folder)
         return false;
     const QString name = file.path.mid(prefix.size());
     // An unnamed temporary file (O_TMPFILE) shows as "#<inode> (deleted)".
-    return (name.startsWith(u'#') && name.endsWith(QStringLiteral(" (deleted)"))) || isTemporaryName(name);
+    return (name.startsWith(u'#') && name.endsWith(QStringLiteral(" (deleted)"))) || isTemporaryName(name)
+        || name == BuildHistoryPersistence::fileName || name == DiagnosticPreferencesPersistence::fileName;
 }
 
 bool isTemporaryName(const QString& fileName) { return StorageFile::isTemporaryName(fileName); }

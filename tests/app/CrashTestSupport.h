@@ -4,11 +4,9 @@
 
 #include <QByteArray>
 #include <QList>
-#include <QProcess>
 #include <QString>
 #include <QStringList>
 
-#include <deque>
 #include <optional>
 
 namespace corvane::test {
@@ -27,37 +25,6 @@ public:
     static QByteArray plainTextLog(int count, int variant);
 };
 
-// One python3 process that reads history files with plistlib, one path per
-// line, and answers each with the ids of the sessions it found (as JSON).
-// Files are checked while the test goes on; answers come back in order.
-class PlistlibReader {
-public:
-    PlistlibReader();
-    ~PlistlibReader();
-
-    bool started() const { return m_started; }
-    // Asks for the file to be read; it must hold sessions with these ids, in
-    // this order. The file is removed once answered.
-    void submit(const QString& path, const QList<BuildSession>& sessions, const QString& context);
-    // Takes the answers that have arrived (all of them, waiting, when
-    // finishing). Returns the first problem found, if any.
-    std::optional<QString> collect(bool finishing);
-    int answered() const { return m_answered; }
-
-private:
-    struct Pending {
-        QString path;
-        QStringList ids;
-        QString context;
-    };
-    std::optional<QString> take(const QByteArray& line);
-
-    QProcess m_process;
-    bool m_started = false;
-    std::deque<Pending> m_pending;
-    int m_answered = 0;
-};
-
 struct OpenFile {
     // As the system names it; "(deleted)" follows files without a name.
     QString path;
@@ -68,7 +35,8 @@ struct OpenFile {
 std::optional<QList<OpenFile>> openFiles(qint64 pid, const QString& folder);
 
 // Whether the open file is a save in progress in folder: an unnamed temporary
-// file there, or a named one beside a stored file, open for writing.
+// file there, a named one beside a stored file, or a stored file itself, open
+// for writing.
 bool isSaveInProgress(const OpenFile& file, const QString& folder);
 
 // "<stored file>.XXXXXX", as an interrupted atomic write leaves it.

@@ -1,21 +1,33 @@
-#include "AppProcess.h"
 #include "SingleInstance.h"
+#include "AppProcess.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QLocalServer>
 #include <QLocalSocket>
-#include <QLockFile>
 #include <QMetaObject>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QThread>
+#include <QtEndian>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
+#include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 namespace corvane {
 namespace {
@@ -25,32 +37,75 @@ using namespace std::chrono_literals;
 
 // --- The class on its own ----------------------------------------------------
 
-TEST(SingleInstancePath, OnePathPerDataFolderInTheRuntimeFolder)
+TEST(SingleInstancePath, OnePathPerDataFolderInAPrivateFolder)
 {
     TestEnvironment environment;
     const QString runtime = runtimeFolder(environment);
-    qputenv("XDG_RUNTIME_DIR", runtime.toLocal8Bit());
     const QString path = SingleInstance::socketPathFor(QStringLiteral("/home/ann/.local/share"));
     EXPECT_EQ(QFileInfo(path).absolutePath(), runtime);
     EXPECT_LT(path.toLocal8Bit().size(), 100) << "fits a socket address";
     EXPECT_EQ(SingleInstance::socketPathFor(QStringLiteral("/home/ann/.local/share/")), path);
     EXPECT_EQ(SingleInstance::socketPathFor(QStringLiteral("/home/ann/.local//share")), path);
     EXPECT_NE(SingleInstance::socketPathFor(QStringLiteral("/home/bob/.local/share")), path);
-    EXPECT_NE(SingleInstance::socketPathFor(QStringLiteral("/tmp/test-home/data")), path);
 
-    // No runtime folder: the temporary folder, with the same name.
-    qputenv("XDG_RUNTIME_DIR", (runtime + QStringLiteral("/missing")).toLocal8Bit());
-    const QString fallback = SingleInstance::socketPathFor(QStringLiteral("/home/ann/.local/share"));
-    EXPECT_EQ(QFileInfo(fallback).absolutePath(), QFileInfo(QDir::tempPath()).absoluteFilePath());
-    EXPECT_EQ(QFileInfo(fallback).fileName(), QFileInfo(path).fileName());
-    qunsetenv("XDG_RUNTIME_DIR");
+    // Without a usable runtime folder: a folder of our own in the temporary
+    // folder, and only when nobody else can get into it.
+    const QString temporary = environment.root() + QStringLiteral("/tmp");
+    const QString fallback = temporary + QStringLiteral("/corvane-%1").arg(::geteuid());
+    const std::optional<QByteArray> savedTemporary =
+        qEnvironmentVariableIsSet("TMPDIR") ? std::optional(qgetenv("TMPDIR")) : std::nullopt;
+    qputenv("TMPDIR", temporary.toLocal8Bit());
+    QDir().mkpath(environment.root() + QStringLiteral("/elsewhere"));
+    enum class Runtime { missing, unset, openToTheGroup };
+    constexpr int absent = -1, link = -2;
+    const struct {
+        Runtime runtime;
+        int fallback;
+        bool usable;
+    } cases[] = {
+        {Runtime::missing, absent, true}, {Runtime::unset, absent, true},  {Runtime::openToTheGroup, absent, true},
+        {Runtime::missing, 0700, true},   {Runtime::missing, 0755, false}, {Runtime::missing, 0777, false},
+        {Runtime::missing, link, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(::testing::Message() << int(c.runtime) << " " << c.fallback);
+        QDir(temporary).removeRecursively();
+        QDir().mkpath(temporary);
+        if (c.fallback == link) {
+            ASSERT_TRUE(QFile::link(environment.root() + QStringLiteral("/elsewhere"), fallback));
+        } else if (c.fallback != absent) {
+            ASSERT_EQ(::mkdir(QFile::encodeName(fallback).constData(), 0700), 0);
+            ASSERT_EQ(::chmod(QFile::encodeName(fallback).constData(), mode_t(c.fallback)), 0);
+        }
+        ::chmod(QFile::encodeName(runtime).constData(), c.runtime == Runtime::openToTheGroup ? 0750 : 0700);
+        qputenv("XDG_RUNTIME_DIR",
+                c.runtime == Runtime::unset         ? QByteArray()
+                    : c.runtime == Runtime::missing ? QFile::encodeName(runtime + QStringLiteral("/missing"))
+                                                    : QFile::encodeName(runtime));
+        const QString socket = SingleInstance::socketPathFor(QStringLiteral("/home/ann/.local/share"));
+        if (c.usable) {
+            EXPECT_EQ(QFileInfo(socket).absolutePath(), fallback);
+            EXPECT_EQ(QFileInfo(socket).fileName(), QFileInfo(path).fileName());
+            EXPECT_EQ(QFileInfo(fallback).permissions() & 0x0077, 0) << "nobody else gets in";
+        } else {
+            EXPECT_EQ(socket, QString());
+        }
+    }
+    ::chmod(QFile::encodeName(runtime).constData(), 0700);
+    if (savedTemporary)
+        qputenv("TMPDIR", *savedTemporary);
+    else
+        qunsetenv("TMPDIR");
 }
+
+QString lockPath(const TestEnvironment& environment) { return SingleInstance::lockPathFor(environment.dataHome()); }
 
 // Runs a first instance with its own event loop, as the running program does,
 // and records what later starts hand it.
 class FirstInstance {
 public:
-    explicit FirstInstance(const QString& socketPath) : m_instance(new SingleInstance(socketPath))
+    FirstInstance(const QString& socketPath, const QString& lockPath)
+        : m_instance(new SingleInstance(socketPath, lockPath))
     {
         m_claim = m_instance->claim({}, {}, 5s);
         QObject::connect(
@@ -68,7 +123,8 @@ public:
     }
     ~FirstInstance()
     {
-        QMetaObject::invokeMethod(m_instance, [this] { delete m_instance; }, Qt::BlockingQueuedConnection);
+        QMetaObject::invokeMethod(
+            m_instance, [this] { delete m_instance; }, Qt::BlockingQueuedConnection);
         m_thread.quit();
         m_thread.wait();
     }
@@ -96,118 +152,144 @@ private:
     QStringList m_tokens;
 };
 
-TEST(SingleInstance, LaterClaimsHandTheirLogsToTheFirst)
+class SingleInstanceTest : public ::testing::Test {
+protected:
+    SingleInstance later() const { return SingleInstance(m_socket, m_lock); }
+
+    TestEnvironment m_environment;
+    QString m_socket = runtimeFolder(m_environment) + QStringLiteral("/instance");
+    QString m_lock = lockPath(m_environment);
+};
+
+TEST_F(SingleInstanceTest, LaterClaimsHandTheirLogsToTheFirst)
 {
-    TestEnvironment environment;
-    const QString path = runtimeFolder(environment) + QStringLiteral("/instance");
     {
-        FirstInstance first(path);
+        FirstInstance first(m_socket, m_lock);
         ASSERT_EQ(first.claim(), SingleInstance::Claim::first);
         ASSERT_TRUE(first.listening());
-        EXPECT_FALSE(QFile::exists(path + QStringLiteral(".lock"))) << "released once listening";
 
         const QStringList logs{QStringLiteral("/tmp/a b.log"), QStringLiteral("/tmp/\u00e9t\u00e9\n.log")};
-        EXPECT_EQ(SingleInstance(path).claim(logs, QStringLiteral("kwin-42_ab.c"), 5s),
-                  SingleInstance::Claim::handedOver);
-        EXPECT_EQ(SingleInstance(path).claim({}, {}, 5s), SingleInstance::Claim::handedOver);
+        EXPECT_EQ(later().claim(logs, QStringLiteral("kwin-42_ab.c"), 5s), SingleInstance::Claim::handedOver);
+        EXPECT_EQ(later().claim({}, {}, 5s), SingleInstance::Claim::handedOver);
         EXPECT_EQ(first.requests(), (QList<QStringList>{logs, {}}));
         EXPECT_EQ(first.tokens(), (QStringList{QStringLiteral("kwin-42_ab.c"), QString()}));
     }
-    EXPECT_FALSE(QFile::exists(path)) << "an instance that ends removes its socket";
-    SingleInstance next(path);
-    EXPECT_EQ(next.claim({}, {}, 5s), SingleInstance::Claim::first);
+    EXPECT_FALSE(QFile::exists(m_socket)) << "an instance that ends removes its socket";
+    EXPECT_EQ(later().claim({}, {}, 5s), SingleInstance::Claim::first) << "and its lock";
 }
 
-TEST(SingleInstance, LeftoverFileAtTheSocketPathDoesNotBlockStarting)
+TEST_F(SingleInstanceTest, LeftoverFileAtTheSocketPathDoesNotBlockStarting)
 {
-    TestEnvironment environment;
-    const QString path = runtimeFolder(environment) + QStringLiteral("/instance");
-    writeFile(path, "left behind");
-    FirstInstance first(path);
+    writeFile(m_socket, "left behind");
+    FirstInstance first(m_socket, m_lock);
     EXPECT_EQ(first.claim(), SingleInstance::Claim::first);
     EXPECT_TRUE(first.listening());
-    EXPECT_EQ(SingleInstance(path).claim({QStringLiteral("/x.log")}, {}, 5s), SingleInstance::Claim::handedOver);
+    EXPECT_EQ(later().claim({QStringLiteral("/x.log")}, {}, 5s), SingleInstance::Claim::handedOver);
     EXPECT_EQ(first.requests(), (QList<QStringList>{{QStringLiteral("/x.log")}}));
 }
 
-TEST(SingleInstance, ForeignBytesOnTheSocketAreDroppedWithoutAnAnswer)
+QByteArray header(quint32 magic, quint32 size)
 {
-    TestEnvironment environment;
-    const QString path = runtimeFolder(environment) + QStringLiteral("/instance");
-    FirstInstance first(path);
+    QByteArray bytes(8, '\0');
+    qToBigEndian(magic, bytes.data());
+    qToBigEndian(size, bytes.data() + 4);
+    return bytes;
+}
+
+TEST_F(SingleInstanceTest, HostileClientsAreDroppedWithoutAnAnswer)
+{
+    FirstInstance first(m_socket, m_lock);
     ASSERT_TRUE(first.listening());
-    QLocalSocket stranger;
-    stranger.connectToServer(path);
-    ASSERT_TRUE(stranger.waitForConnected(5000));
-    stranger.write("GET / HTTP/1.0\r\n\r\n");
-    ASSERT_TRUE(stranger.waitForBytesWritten(5000));
-    ASSERT_TRUE(stranger.waitForDisconnected(5000));
-    EXPECT_EQ(stranger.readAll(), QByteArray());
-
-    EXPECT_EQ(SingleInstance(path).claim({QStringLiteral("/x.log")}, {}, 5s), SingleInstance::Claim::handedOver);
+    const QByteArray requests[] = {
+        "GET / HTTP/1.0\r\n\r\n",
+        // Our magic with a size of 4 GB: nothing may be set aside for it.
+        header(0x43525632, 0xFFFFFFF0),
+        // Half a request, never finished: dropped at the connection's deadline.
+        header(0x43525632, 100) + "abc",
+    };
+    for (const QByteArray& request : requests) {
+        QLocalSocket stranger;
+        stranger.connectToServer(m_socket);
+        ASSERT_TRUE(stranger.waitForConnected(5000));
+        stranger.write(request);
+        stranger.flush();
+        EXPECT_TRUE(stranger.state() == QLocalSocket::UnconnectedState || stranger.waitForDisconnected(5000))
+            << request.toHex().toStdString();
+        EXPECT_EQ(stranger.readAll(), QByteArray());
+    }
+    EXPECT_EQ(later().claim({QStringLiteral("/x.log")}, {}, 5s), SingleInstance::Claim::handedOver);
     EXPECT_EQ(first.requests(), (QList<QStringList>{{QStringLiteral("/x.log")}}));
 }
 
-TEST(SingleInstance, ListenerThatNeverAnswersIsNoAnswerNotASecondStart)
+int openDescriptors()
 {
-    TestEnvironment environment;
-    const QString path = runtimeFolder(environment) + QStringLiteral("/instance");
-    // Accepted by the system, never read: a process that hangs.
-    QLocalServer hanging;
-    ASSERT_TRUE(hanging.listen(path));
-    SingleInstance later(path);
-    EXPECT_EQ(later.claim({QStringLiteral("/x.log")}, {}, 300ms), SingleInstance::Claim::noAnswer);
-    EXPECT_FALSE(QFile::exists(path + QStringLiteral(".lock")));
+    return int(QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::System).size());
 }
 
-TEST(SingleInstance, StartThatHoldsTheLockKeepsOthersOut)
+TEST_F(SingleInstanceTest, AFloodOfIdleConnectionsDoesNotUseUpDescriptors)
 {
-    TestEnvironment environment;
-    const QString path = runtimeFolder(environment) + QStringLiteral("/instance");
-    // Another start between its look for a running process and its listen().
-    QLockFile otherStart(path + QStringLiteral(".lock"));
-    ASSERT_TRUE(otherStart.tryLock(0));
-    EXPECT_EQ(SingleInstance(path).claim({}, {}, 300ms), SingleInstance::Claim::noAnswer);
-    otherStart.unlock();
-    EXPECT_EQ(SingleInstance(path).claim({}, {}, 300ms), SingleInstance::Claim::first);
-}
+    FirstInstance first(m_socket, m_lock);
+    ASSERT_TRUE(first.listening());
+    // Room for the flood's own ends, not for one more descriptor per connection.
+    constexpr int flood = 300;
+    struct rlimit saved {};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &saved), 0);
+    struct rlimit lowered = saved;
+    lowered.rlim_cur = rlim_t(openDescriptors() + flood + 150);
+    ASSERT_LE(lowered.rlim_cur, saved.rlim_max);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &lowered), 0);
 
-TEST(SingleInstance, LockOfAStartThatWasKilledDoesNotHoldUpTheNext)
-{
-    TestEnvironment environment;
-    const QString path = runtimeFolder(environment) + QStringLiteral("/instance");
-    const QString lockPath = path + QStringLiteral(".lock");
-    // A lock file as a start leaves it when killed before it listened: Qt's
-    // own format, naming a process that no longer exists.
-    QByteArray contents;
-    {
-        QLockFile lock(lockPath);
-        ASSERT_TRUE(lock.tryLock(0));
-        contents = readFile(lockPath);
+    const QByteArray address = QFile::encodeName(m_socket);
+    sockaddr_un server{};
+    server.sun_family = AF_UNIX;
+    std::memcpy(server.sun_path, address.constData(), size_t(address.size()));
+    std::vector<int> clients;
+    for (int i = 0; i < flood; ++i) {
+        const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+        if (fd < 0)
+            break;
+        clients.push_back(fd);
+        ::connect(fd, reinterpret_cast<const sockaddr*>(&server), sizeof server);
     }
-    QProcess shell;
-    shell.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"), QStringLiteral("echo $$")});
-    ASSERT_TRUE(shell.waitForFinished(5000));
-    const QByteArray deadPid = shell.readAllStandardOutput().trimmed();
-    ASSERT_FALSE(deadPid.isEmpty());
-    writeFile(lockPath, deadPid + contents.mid(contents.indexOf('\n')));
-
-    // Too young to count as stale by age: only recognising that its owner is
-    // gone lets the claim in before its time is up.
-    SingleInstance next(path);
-    EXPECT_EQ(next.claim({}, {}, 3s), SingleInstance::Claim::first);
-    EXPECT_TRUE(next.listen());
+    test::runEventsFor(1000);
+    EXPECT_TRUE(QFile::exists(m_socket)) << "still listening";
+    for (const int fd : clients)
+        ::close(fd);
+    ::setrlimit(RLIMIT_NOFILE, &saved);
+    EXPECT_EQ(clients.size(), size_t(flood));
+    EXPECT_EQ(later().claim({QStringLiteral("/x.log")}, {}, 10s), SingleInstance::Claim::handedOver);
 }
 
-TEST(SingleInstance, UnwritableRuntimeFolderStillStarts)
+// Another process holds the lock: one that has not listened yet, one that
+// runs without a socket, one that listens but hangs. None is a reason to
+// start beside it.
+TEST_F(SingleInstanceTest, HolderOfTheLockThatDoesNotAnswerKeepsOthersOut)
 {
-    TestEnvironment environment;
-    const QString folder = runtimeFolder(environment) + QStringLiteral("/read-only");
+    QLocalServer hanging;
+    ASSERT_TRUE(hanging.listen(m_socket));
+    const QByteArray publications[] = {QByteArray(), QByteArray("\n"), QFile::encodeName(m_socket) + '\n'};
+    for (const QByteArray& published : publications) {
+        QDir().mkpath(QFileInfo(m_lock).path());
+        const int holder = ::open(QFile::encodeName(m_lock).constData(), O_RDWR | O_CREAT | O_CLOEXEC, 0600);
+        ASSERT_GE(holder, 0);
+        ASSERT_EQ(::flock(holder, LOCK_EX | LOCK_NB), 0);
+        ASSERT_EQ(::ftruncate(holder, 0), 0);
+        ASSERT_EQ(::write(holder, published.constData(), size_t(published.size())), published.size());
+        EXPECT_EQ(later().claim({QStringLiteral("/x.log")}, {}, 300ms), SingleInstance::Claim::noAnswer)
+            << published.toStdString();
+        ::close(holder);
+    }
+    EXPECT_EQ(later().claim({}, {}, 300ms), SingleInstance::Claim::first) << "a lock ends with its holder";
+}
+
+TEST_F(SingleInstanceTest, UnwritableRuntimeFolderStillStarts)
+{
+    const QString folder = runtimeFolder(m_environment) + QStringLiteral("/read-only");
     ASSERT_TRUE(QDir().mkpath(folder));
     QFile::setPermissions(folder, QFile::ReadOwner | QFile::ExeOwner);
     if (QFileInfo(folder).isWritable())
         GTEST_SKIP() << "permissions are not enforced for this user";
-    SingleInstance instance(folder + QStringLiteral("/instance"));
+    SingleInstance instance(folder + QStringLiteral("/instance"), m_lock);
     EXPECT_EQ(instance.claim({}, {}, 300ms), SingleInstance::Claim::first);
     EXPECT_FALSE(instance.listen()) << "runs on its own";
     QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
@@ -242,11 +324,23 @@ TEST(SingleInstanceProgram, SecondStartBringsUpTheRunningWindowAndHandsItsLog)
     ASSERT_TRUE(withLog.waitForExit(20s));
     EXPECT_EQ(withLog.exitCode(), 0);
 
-    const QList<BuildSession> history = waitForHistory(1, 15s);
-    ASSERT_EQ(history.size(), 1);
-    EXPECT_EQ(history.first().sourceName, QStringLiteral("handed.log"));
-    ASSERT_EQ(history.first().diagnostics.size(), 1);
-    EXPECT_EQ(history.first().diagnostics.first().message, QStringLiteral("handed over"));
+    // Given another runtime folder, a start still finds the program that
+    // holds the data folder.
+    const QString otherRuntime = environment.root() + QStringLiteral("/other-run");
+    ASSERT_EQ(::mkdir(QFile::encodeName(otherRuntime).constData(), 0700), 0);
+    AppProcess elsewhere(environment, folder);
+    QProcessEnvironment variables = elsewhere.process().processEnvironment();
+    variables.insert(QStringLiteral("XDG_RUNTIME_DIR"), otherRuntime);
+    elsewhere.process().setProcessEnvironment(variables);
+    elsewhere.start({QStringLiteral("handed.log")});
+    ASSERT_TRUE(elsewhere.waitForExit(20s));
+    EXPECT_EQ(elsewhere.exitCode(), 0);
+
+    const QList<BuildSession> history = waitForHistory(2, 15s);
+    ASSERT_EQ(history.size(), 2);
+    EXPECT_EQ(history.last().sourceName, QStringLiteral("handed.log"));
+    ASSERT_EQ(history.last().diagnostics.size(), 1);
+    EXPECT_EQ(history.last().diagnostics.first().message, QStringLiteral("handed over"));
     EXPECT_TRUE(first.running());
 }
 
@@ -275,7 +369,8 @@ TEST(SingleInstanceProgram, SocketOfAKilledInstanceDoesNotBlockTheNextStart)
     later.start({QStringLiteral("later.log")});
     ASSERT_TRUE(later.waitForExit(20s));
     EXPECT_EQ(later.exitCode(), 0);
-    EXPECT_EQ(sourceNames(waitForHistory(2, 15s)), (QStringList{QStringLiteral("later.log"), QStringLiteral("own.log")}));
+    EXPECT_EQ(sourceNames(waitForHistory(2, 15s)),
+              (QStringList{QStringLiteral("later.log"), QStringLiteral("own.log")}));
 }
 
 TEST(SingleInstanceProgram, StartsAtTheSameMomentEndInOneProgramWithEveryLog)
@@ -294,8 +389,9 @@ TEST(SingleInstanceProgram, StartsAtTheSameMomentEndInOneProgramWithEveryLog)
     const QList<BuildSession> history = waitForHistory(count, 30s);
     QStringList names = sourceNames(history);
     names.sort();
-    EXPECT_EQ(names, (QStringList{QStringLiteral("start-0.log"), QStringLiteral("start-1.log"),
-                                  QStringLiteral("start-2.log")}));
+    EXPECT_EQ(
+        names,
+        (QStringList{QStringLiteral("start-0.log"), QStringLiteral("start-1.log"), QStringLiteral("start-2.log")}));
     // The starts that handed over may still be on their way out.
     const auto runningStarts = [&] {
         return std::count_if(starts.begin(), starts.end(), [](const auto& start) { return start->running(); });

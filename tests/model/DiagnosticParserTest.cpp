@@ -189,17 +189,3 @@ TEST(DiagnosticParser, LongCommandLines)
     EXPECT_EQ(found[0].message, QStringLiteral("late"));
     EXPECT_EQ(found[1].filePath, QStringLiteral("/x/Next.h"));
 }
-
-TEST(DiagnosticParser, BuildNoise)
-{
-    const QList<BuildDiagnostic> found = parse(QStringLiteral(
-        "note: Target dependency graph (1 target)\n"
-        "warning: build preparation took long\n"
-        "note: Planning Build\n"
-        "note: nothing to see\n"));
-    ASSERT_EQ(found.size(), 4);
-    EXPECT_TRUE(found[0].isBuildNoise());
-    EXPECT_FALSE(found[1].isBuildNoise());
-    EXPECT_TRUE(found[2].isBuildNoise());
-    EXPECT_FALSE(found[3].isBuildNoise());
-}

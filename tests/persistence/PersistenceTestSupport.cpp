@@ -32,7 +32,7 @@ BuildSession sampleSession(int n, int diagnosticCount)
     for (int i = 0; i < diagnosticCount; ++i)
         s.diagnostics.append(sampleDiagnostic(n * 100 + i, allDiagnosticSeverities[size_t(i % 3)]));
     s.sourceName = QStringLiteral("Example build %1").arg(n);
-    s.projectName = n % 2 ? QStringLiteral("Example") : QStringLiteral("Ünïcødé App");
+    s.projectName = n % 2 ? QStringLiteral("Example") : QStringLiteral("Ünïcødé 🔥 App");
     if (n % 3 != 0)
         s.activityLogPath = QStringLiteral("/Users/dev/Library/Developer/Xcode/DerivedData/E/Logs/Build/%1.xcactivitylog").arg(n);
     s.comparison.hasBaseline = n % 2 == 1;

@@ -1,8 +1,7 @@
 // Project folders and source paths with spaces, quotes, shell syntax, letters
 // beyond ASCII (composed and decomposed, and outside the Basic Multilingual
-// Plane) and a leading "-" must come through capture, the history file (as
-// the program and Python's plistlib read it), "Open in Xcode" and the copied
-// texts exactly as they were written.
+// Plane) and a leading "-" must come through capture, the history file, "Open
+// in Xcode" and the copied texts exactly as they were written.
 #include "BuildHistoryPersistence.h"
 #include "StoreTestSupport.h"
 #include "TestEnvironment.h"
@@ -12,10 +11,6 @@
 #include <QDir>
 #include <QEventLoop>
 #include <QFile>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QProcess>
 #include <QTimer>
 
 #include <gtest/gtest.h>
@@ -61,30 +56,6 @@ QStringList linesFor(const HostileProject& project)
             project.source + QStringLiteral(":30: warning: unused result of \u2018call\u2019")};
 }
 
-// What Python's plistlib finds in the history file: per session its project,
-// log path, source name, and the file path and raw text of each diagnostic.
-// JSON with ASCII escapes, so no terminal encoding comes between.
-QJsonArray historyAsPlistlibSeesIt(const QString& path)
-{
-    QProcess python;
-    python.start(QStringLiteral("python3"),
-                 {QStringLiteral("-c"), QStringLiteral(R"PY(
-import json, plistlib, sys
-with open(sys.argv[1], "rb") as f:
-    root = plistlib.load(f)
-print(json.dumps([{"project": s["projectName"], "log": s.get("activityLogPath"), "source": s["sourceName"],
-                   "files": [d.get("filePath") for d in s["diagnostics"]],
-                   "raw": [d["rawText"] for d in s["diagnostics"]]} for s in root["sessions"]],
-                 ensure_ascii=True))
-)PY"),
-                  path});
-    if (!python.waitForFinished(60000) || python.exitCode() != 0) {
-        ADD_FAILURE() << "plistlib failed: " << python.readAllStandardError().toStdString();
-        return {};
-    }
-    return QJsonDocument::fromJson(python.readAllStandardOutput()).array();
-}
-
 class HostileNames : public ::testing::Test {
 protected:
     TestEnvironment environment;
@@ -127,35 +98,6 @@ protected:
         ASSERT_FALSE(platform.openedWithDefaultApplication.isEmpty());
         EXPECT_EQ(platform.openedWithDefaultApplication.last(), project.source);
     }
-
-    // The history file as plistlib reads it holds the sessions' names unchanged.
-    void expectPlistlibReadsTheNames(const QList<BuildSession>& sessions)
-    {
-        const QJsonArray seen = historyAsPlistlibSeesIt(historyFile());
-        ASSERT_EQ(seen.size(), sessions.size());
-        for (qsizetype i = 0; i < sessions.size(); ++i) {
-            const QJsonObject entry = seen[i].toObject();
-            const BuildSession& session = sessions[i];
-            EXPECT_EQ(entry[QStringLiteral("project")].toString(), session.projectName);
-            EXPECT_EQ(entry[QStringLiteral("source")].toString(), session.sourceName);
-            if (session.activityLogPath)
-                EXPECT_EQ(entry[QStringLiteral("log")].toString(), *session.activityLogPath);
-            else
-                EXPECT_TRUE(entry[QStringLiteral("log")].isNull());
-            QStringList files, raw;
-            for (const BuildDiagnostic& d : session.diagnostics) {
-                files.append(d.filePath.value_or(QString()));
-                raw.append(d.rawText);
-            }
-            QStringList seenFiles, seenRaw;
-            for (const QJsonValue& v : entry[QStringLiteral("files")].toArray())
-                seenFiles.append(v.toString());
-            for (const QJsonValue& v : entry[QStringLiteral("raw")].toArray())
-                seenRaw.append(v.toString());
-            EXPECT_EQ(seenFiles, files);
-            EXPECT_EQ(seenRaw, raw);
-        }
-    }
 };
 
 TEST_F(HostileNames, CaptureHistoryOpenAndCopyKeepEveryNameAsWritten)
@@ -183,7 +125,7 @@ TEST_F(HostileNames, CaptureHistoryOpenAndCopyKeepEveryNameAsWritten)
         expectCommandsKeepThePath(store.sessions().first(), imported);
     }
 
-    // Another start reads back exactly what was captured, and so does plistlib.
+    // Another start reads back exactly what was captured.
     const Result<QList<BuildSession>> loaded = BuildHistoryPersistence().load();
     ASSERT_TRUE(loaded);
     ASSERT_EQ(loaded.value().size(), hostileProjects().size() + 1);
@@ -195,7 +137,6 @@ TEST_F(HostileNames, CaptureHistoryOpenAndCopyKeepEveryNameAsWritten)
         expectCommandsKeepThePath(loaded.value()[i + 1], project);
     }
     EXPECT_TRUE(restarted.projectNames().contains(hostileProjects()[0].name));
-    expectPlistlibReadsTheNames(loaded.value());
 }
 
 // The whole way from a log in such a folder: the watcher's scan, gzip started
@@ -243,7 +184,6 @@ TEST_F(HostileNames, TheWatcherCapturesALogInAHostileProjectFolder)
     const Result<QList<BuildSession>> loaded = BuildHistoryPersistence().load();
     ASSERT_TRUE(loaded);
     EXPECT_EQ(loaded.value(), store.sessions());
-    expectPlistlibReadsTheNames(loaded.value());
 }
 
 } // namespace

@@ -2,10 +2,13 @@
 #include "ReadableTextExtractor.h"
 #include "TestEnvironment.h"
 
+#include <QFile>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include <sys/stat.h>
 
 namespace corvane {
 namespace {
@@ -31,8 +34,12 @@ TEST_F(ActivityLogReaderTest, FilesWithoutTheGzipSignatureAreTakenAsTheyAre)
 {
     // Each of these would make gzip fail, so a success shows it was not run:
     // empty, one byte, and each half of the signature without the other.
-    const QByteArray files[] = {QByteArray(), QByteArray("\x1F"), QByteArray("\x1F" "ABCD\x1F\x8Bxyz"),
-                                QByteArray("Z\x8B" "ok\r"), QByteArray("main.m:3:1: error: expected ';'\rCompileC main.o\r")};
+    const QByteArray files[] = {QByteArray(), QByteArray("\x1F"),
+                                QByteArray("\x1F"
+                                           "ABCD\x1F\x8Bxyz"),
+                                QByteArray("Z\x8B"
+                                           "ok\r"),
+                                QByteArray("main.m:3:1: error: expected ';'\rCompileC main.o\r")};
     for (const QByteArray& bytes : files) {
         const auto text = readActivityLog(logWith(bytes));
         ASSERT_TRUE(text.ok()) << text.error().description.toStdString();
@@ -42,8 +49,10 @@ TEST_F(ActivityLogReaderTest, FilesWithoutTheGzipSignatureAreTakenAsTheyAre)
 
 TEST_F(ActivityLogReaderTest, CompressedLogsGiveTheirReadableRuns)
 {
-    const QByteArray payload = QByteArray("SLF0\x01\x02" "12#", 9) + "31\"main.m:3:1: error: expected ';'"
-        + QByteArray("\0\0\x05", 3) + "ok\x06" + "warning: unused\r";
+    const QByteArray payload = QByteArray("SLF0\x01\x02"
+                                          "12#",
+                                          9)
+        + "31\"main.m:3:1: error: expected ';'" + QByteArray("\0\0\x05", 3) + "ok\x06" + "warning: unused\r";
     const auto text = readActivityLog(logWith(gzipBytes(payload)));
     ASSERT_TRUE(text.ok()) << text.error().description.toStdString();
     EXPECT_EQ(text.value(), QByteArray("SLF0\n12#31\"main.m:3:1: error: expected ';'\nwarning: unused\r\n"));
@@ -97,13 +106,32 @@ TEST_F(ActivityLogReaderTest, AnyNonZeroGzipStatusIsAFailure)
     EXPECT_EQ(direct.error().code, 2);
 }
 
-TEST_F(ActivityLogReaderTest, AMissingFileFailsWithThePlatformsDescription)
+TEST_F(ActivityLogReaderTest, MissingAndSpecialFilesFailAtOnce)
 {
-    const auto missing = readActivityLog(m_dir.filePath(QStringLiteral("gone.xcactivitylog")));
-    ASSERT_FALSE(missing.ok());
-    EXPECT_NE(missing.error().domain, QStringLiteral("Corvane.ActivityLog"));
-    EXPECT_FALSE(missing.error().description.isEmpty());
-    EXPECT_FALSE(missing.error().description.startsWith(decompressPrefix));
+    // A FIFO swapped in for a log would block the open for good, /dev/zero
+    // would never end.
+    const QString fifo = m_dir.filePath(QStringLiteral("fifo.xcactivitylog"));
+    ASSERT_EQ(::mkfifo(QFile::encodeName(fifo).constData(), 0600), 0);
+    for (const QString& path :
+         {m_dir.filePath(QStringLiteral("gone.xcactivitylog")), fifo, QStringLiteral("/dev/zero")}) {
+        const auto failed = readActivityLog(path);
+        ASSERT_FALSE(failed.ok()) << path.toStdString();
+        EXPECT_NE(failed.error().domain, QStringLiteral("Corvane.ActivityLog"));
+        EXPECT_FALSE(failed.error().description.isEmpty());
+    }
+}
+
+TEST_F(ActivityLogReaderTest, TextBeyondTheLimitFails)
+{
+    const QByteArray text = QByteArray("warning: x\r").repeated(300 * 1024);
+    const qint64 limit = text.size() / 2;
+    for (const QByteArray& file : {text, gzipBytes(text)}) {
+        const auto read = readActivityLog(logWith(file), limit);
+        ASSERT_FALSE(read.ok());
+        EXPECT_EQ(read.error().domain, QStringLiteral("Corvane.ActivityLog"));
+        EXPECT_EQ(read.error().code, activityLogError::tooLarge);
+    }
+    EXPECT_TRUE(readActivityLog(logWith(gzipBytes(text)), text.size() + 1).ok());
 }
 
 } // namespace

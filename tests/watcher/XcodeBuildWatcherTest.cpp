@@ -3,14 +3,23 @@
 
 #include <QDir>
 #include <QFile>
-#include <QTemporaryDir>
 #include <QFileInfo>
+#include <QTemporaryDir>
 #include <QTimer>
+
+#include <QRandomGenerator>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace corvane {
 
@@ -110,8 +119,9 @@ TEST_F(XcodeBuildWatcherTest, ReadsNewAndRewrittenLogsButNeverTheBaseline)
                                   QByteArray("\0main.m:1:1: error: boom\r", 25));
     ASSERT_TRUE(waitForStates(5));
     const QString project = QStringLiteral("ExampleApp");
-    EXPECT_EQ(m_states, (std::vector{State::watching(), State::buildDetected(project),
-                                     State::processing(project), build(), State::watching()}));
+    EXPECT_EQ(m_states,
+              (std::vector{State::watching(), State::buildDetected(project), State::processing(project), build(),
+                           State::watching()}));
     ASSERT_EQ(m_builds.size(), 1u);
     EXPECT_EQ(m_builds[0], (Delivery{path, "main.m:1:1: error: boom\r\n"}));
 
@@ -119,8 +129,8 @@ TEST_F(XcodeBuildWatcherTest, ReadsNewAndRewrittenLogsButNeverTheBaseline)
     m_states.clear();
     writeLog(QStringLiteral("ExampleApp-bqxkzfwdmtaobxexrkhgjvjbbyoa"), "second build, longer output\r");
     ASSERT_TRUE(waitForStates(4));
-    EXPECT_EQ(m_states, (std::vector{State::buildDetected(project), State::processing(project), build(),
-                                     State::watching()}));
+    EXPECT_EQ(m_states,
+              (std::vector{State::buildDetected(project), State::processing(project), build(), State::watching()}));
     ASSERT_EQ(m_builds.size(), 2u);
     EXPECT_EQ(m_builds[1], (Delivery{path, "second build, longer output\r\n"}));
 
@@ -144,13 +154,15 @@ TEST_F(XcodeBuildWatcherTest, AFolderCreatedLaterIsPickedUpAndItsLogsAreReadOneA
 
     ASSERT_TRUE(waitForStates(9));
     const QString pair = QStringLiteral("Pair");
-    EXPECT_EQ(m_states, (std::vector{State::watching(), State::buildDetected(pair), State::buildDetected(pair),
-                                     State::processing(pair), build(), State::watching(),
-                                     State::processing(pair), build(), State::watching()}));
+    EXPECT_EQ(
+        m_states,
+        (std::vector{State::watching(), State::buildDetected(pair), State::buildDetected(pair), State::processing(pair),
+                     build(), State::watching(), State::processing(pair), build(), State::watching()}));
     ASSERT_EQ(m_builds.size(), 2u);
     std::sort(m_builds.begin(), m_builds.end(), [](const Delivery& a, const Delivery& b) { return a.path < b.path; });
-    EXPECT_EQ(m_builds[0], (Delivery{logPath(pair + QStringLiteral("-9"), QStringLiteral("first.xcactivitylog")),
-                                     "first build\r\n"}));
+    EXPECT_EQ(
+        m_builds[0],
+        (Delivery{logPath(pair + QStringLiteral("-9"), QStringLiteral("first.xcactivitylog")), "first build\r\n"}));
     EXPECT_EQ(m_builds[1].text, QByteArray("second build\r\n"));
 }
 
@@ -174,10 +186,10 @@ TEST_F(XcodeBuildWatcherTest, AfterAFailedListingOnlyUnreadLogsAreRead)
     runEventsFor(quietMs);
     ASSERT_EQ(m_states.size(), 5u);
     const std::vector<State> detected(m_states.begin(), m_states.begin() + 2);
-    EXPECT_TRUE(std::is_permutation(detected.begin(), detected.end(),
-                                    std::vector{State::buildDetected(QStringLiteral("Base")),
-                                                State::buildDetected(QStringLiteral("Read"))}
-                                        .begin()));
+    EXPECT_TRUE(std::is_permutation(
+        detected.begin(), detected.end(),
+        std::vector{State::buildDetected(QStringLiteral("Base")), State::buildDetected(QStringLiteral("Read"))}
+            .begin()));
     EXPECT_EQ(std::vector(m_states.begin() + 2, m_states.end()),
               (std::vector{State::processing(QStringLiteral("Base")), build(), State::watching()}));
     ASSERT_EQ(m_builds.size(), 2u);
@@ -202,9 +214,88 @@ TEST_F(XcodeBuildWatcherTest, AFailedReadIsNotRetriedUntilTheFileChanges)
     writeFile(path, compressed);
     ASSERT_TRUE(waitForStates(8));
     EXPECT_EQ(std::vector(m_states.begin() + 4, m_states.end()),
-              (std::vector{State::buildDetected(QStringLiteral("Broken")),
-                           State::processing(QStringLiteral("Broken")), build(), State::watching()}));
+              (std::vector{State::buildDetected(QStringLiteral("Broken")), State::processing(QStringLiteral("Broken")),
+                           build(), State::watching()}));
     ASSERT_EQ(m_builds.size(), 1u);
+}
+
+#if defined(__SANITIZE_ADDRESS__)
+constexpr bool addressSanitizer = true;
+#elif defined(__has_feature)
+constexpr bool addressSanitizer = __has_feature(address_sanitizer);
+#else
+constexpr bool addressSanitizer = false;
+#endif
+
+// A log whose text does not fit in memory, and one whose gzip trailer claims
+// 4 GB, under an address-space limit: each fails like any unreadable log,
+// and the next build is still captured.
+TEST_F(XcodeBuildWatcherTest, LogsTooLargeForMemoryFailAndWatchingGoesOn)
+{
+    if (addressSanitizer)
+        GTEST_SKIP() << "the address sanitizer reserves more address space than any limit allows";
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    const auto capturesOnUnderALimit = [this] {
+        startAndSettle();
+        const QByteArray member = gzipBytes(QByteArray(QByteArray(999, 'x') + '\n').repeated(16 * 1024));
+        QRandomGenerator random(3);
+        QByteArray noise(4 * 1024 * 1024, Qt::Uninitialized);
+        random.fillRange(reinterpret_cast<quint32*>(noise.data()), noise.size() / 4);
+        QByteArray lie = gzipBytes(noise);
+        lie.replace(lie.size() - 4, 4, QByteArray("\x00\x00\x00\xF0", 4));
+
+        long pages = 0;
+        std::sscanf(test::readFile(QStringLiteral("/proc/self/statm")).constData(), "%ld", &pages);
+        const rlimit cap{rlim_t(pages) * rlim_t(::sysconf(_SC_PAGESIZE)) + (rlim_t(256) << 20), RLIM_INFINITY};
+        if (::setrlimit(RLIMIT_AS, &cap) != 0)
+            std::exit(2);
+        writeFile(logPath(QStringLiteral("Bomb-1")), member.repeated(64));
+        writeFile(logPath(QStringLiteral("Lie-2")), lie);
+        const auto failures = [this] {
+            return std::count_if(m_states.begin(), m_states.end(),
+                                 [](const State& state) { return state.kind == State::Kind::failed; });
+        };
+        if (!waitUntil([&] { return failures() == 2; }, 60000))
+            std::exit(3);
+        writeLog(QStringLiteral("Later-3"), "later build\r");
+        std::exit(waitUntil([&] { return m_builds.size() == 1; }, timeoutMs) ? 0 : 4);
+    };
+    EXPECT_EXIT(capturesOnUnderALimit(), ::testing::ExitedWithCode(0), "");
+}
+
+// Out of descriptors, gzip cannot even be started. That passes, so the log is
+// tried again at the next poll although the file has not changed.
+TEST_F(XcodeBuildWatcherTest, AReadThatRanOutOfDescriptorsIsTriedAgain)
+{
+    startAndSettle();
+    const QByteArray compressed = gzipBytes("read at last\r");
+    rlimit saved{};
+    ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &saved), 0);
+    // Three descriptors left: enough to list a folder and open the log, not
+    // for gzip's pipes. The gaps below the highest one in use are filled.
+    int highest = 0;
+    for (const QString& name : QDir(QStringLiteral("/proc/self/fd")).entryList(QDir::NoDotAndDotDot | QDir::System))
+        highest = std::max(highest, name.toInt());
+    std::vector<int> fillers;
+    for (int fd; (fd = ::dup(STDERR_FILENO)) >= 0;) {
+        if (fd > highest) {
+            ::close(fd);
+            break;
+        }
+        fillers.push_back(fd);
+    }
+    rlimit lowered = saved;
+    lowered.rlim_cur = rlim_t(highest + 1 + 3);
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &lowered), 0);
+    writeFile(logPath(QStringLiteral("Starved-1")), compressed);
+    const bool failed =
+        waitUntil([&] { return !m_states.empty() && m_states.back().kind == State::Kind::failed; }, timeoutMs);
+    ::setrlimit(RLIMIT_NOFILE, &saved);
+    for (const int fd : fillers)
+        ::close(fd);
+    ASSERT_TRUE(failed);
+    ASSERT_TRUE(waitUntil([&] { return !m_builds.empty(); }, timeoutMs));
+    EXPECT_EQ(m_builds[0].text, QByteArray("read at last\r\n"));
 }
 
 TEST_F(XcodeBuildWatcherTest, StartTwiceStopAndRestart)
@@ -264,9 +355,9 @@ TEST_F(XcodeBuildWatcherTest, APollUnderWayFinishesAfterStop)
 
     ASSERT_TRUE(waitForStates(6));
     runEventsFor(quietMs);
-    EXPECT_EQ(m_states, (std::vector{State::watching(), State::buildDetected(QStringLiteral("Late")),
-                                     State::processing(QStringLiteral("Late")), State::stopped(), build(),
-                                     State::watching()}));
+    EXPECT_EQ(m_states,
+              (std::vector{State::watching(), State::buildDetected(QStringLiteral("Late")),
+                           State::processing(QStringLiteral("Late")), State::stopped(), build(), State::watching()}));
     EXPECT_FALSE(m_watcher->isRunning());
 
     // The loop has ended: later logs go unnoticed.
@@ -321,8 +412,18 @@ TEST(XcodeBuildWatcherScan, TakesOnlyRegularLogFilesDirectlyInBuildLogFolders)
     writeFile(derivedData + QStringLiteral("/loose.xcactivitylog"), "x");
     writeFile(derivedData + QStringLiteral("/App-abc/Logs/Build.xcactivitylog"), "x");
 
-    const auto logsFound = XcodeBuildWatcher::scanLogs(derivedData);
+    // Names that are not UTF-8 cannot be opened by their decoded paths: left
+    // out, but named.
+    ASSERT_EQ(::mkdir(QByteArray(QFile::encodeName(derivedData) + "/Bad\xff-abc").constData(), 0700), 0);
+    const int badLog =
+        ::open(QByteArray(QFile::encodeName(logs) + "b\xfe.xcactivitylog").constData(), O_CREAT | O_WRONLY, 0600);
+    ASSERT_GE(badLog, 0);
+    ::close(badLog);
+
+    QStringList undecodable;
+    const auto logsFound = XcodeBuildWatcher::scanLogs(derivedData, &undecodable);
     ASSERT_EQ(logsFound.keys(), QStringList{wanted});
+    EXPECT_EQ(undecodable.size(), 2) << undecodable.join(u' ').toStdString();
     const auto snapshot = logsFound.value(wanted);
     EXPECT_EQ(snapshot.size, 5u);
     EXPECT_EQ(snapshot.modificationDate, QFileInfo(wanted).lastModified());
