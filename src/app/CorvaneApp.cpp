@@ -1,13 +1,19 @@
 #include "CorvaneApp.h"
 
+#include "AccessibleInterfaces.h"
 #include "ContentView.h"
+#include "WindowChrome.h"
 
 #include <QFileOpenEvent>
 #include <QMetaObject>
 
 namespace corvane {
 
-CorvaneApp::CorvaneApp() : m_store(&m_platform) {}
+CorvaneApp::CorvaneApp() : m_store(&m_platform)
+{
+    // Before any widget exists, so none is described by the defaults first.
+    installAccessibleInterfaces();
+}
 
 CorvaneApp::~CorvaneApp() = default;
 
@@ -16,8 +22,9 @@ ContentView& CorvaneApp::openWindow()
     auto window = std::make_unique<ContentView>(m_store, m_platform);
     window->setMinimumSize(minimumWidth, minimumHeight);
     window->resize(1280, 800);
-    // The title bar stays the desktop's; it carries no text of ours.
+    // The header is the title bar; the window has no title text.
     window->setWindowTitle(QString());
+    new WindowChrome(*window);
     // Queued, so the window paints before the first scan starts. start() does
     // nothing when the watcher already runs, so a second window never starts
     // a second polling loop.

@@ -8,6 +8,7 @@
 #include "BuildStore.h"
 #include "ContentView.h"
 #include "CorvaneApp.h"
+#include "HeaderBar.h"
 #include "DiagnosticDetailView.h"
 #include "Sidebar.h"
 #include "Theme.h"
@@ -211,6 +212,15 @@ int main(int argc, char* argv[])
         bar->setValue(bar->maximum());
     }
     ok &= save(window, out, QStringLiteral("08-long-message.png"));
+
+    // The header as the title bar, with the window buttons at its end.
+    {
+        const QString path = out.filePath(QStringLiteral("09-title-bar.png"));
+        const bool saved = window.grab(QRect(0, 0, window.width(), window.header().height())).save(path);
+        if (saved)
+            std::printf("%s\n", qPrintable(path));
+        ok &= saved;
+    }
 
     return ok ? 0 : 1;
 }

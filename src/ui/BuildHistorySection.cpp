@@ -6,6 +6,7 @@
 #include "Theme.h"
 
 #include <QEasingCurve>
+#include <QGraphicsOpacityEffect>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPainter>
@@ -22,6 +23,7 @@ namespace {
 
 constexpr int animationMilliseconds = 160;
 constexpr int cardsRowHeight = 72 + 10; // cards and their bottom padding
+constexpr int pageSlide = 28;            // how far a new page slides in
 
 QToolButton* plainButton(const QString& objectName, QWidget* parent)
 {
@@ -52,6 +54,8 @@ public:
         setFrameShape(QFrame::NoFrame);
         setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
         setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+        // The cards are the tab stops, not the strip around them.
+        setFocusPolicy(Qt::NoFocus);
         setWidgetResizable(true);
         setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Preferred);
         viewport()->setAutoFillBackground(false);
@@ -81,7 +85,8 @@ BuildHistorySection::BuildHistorySection(BuildStore& store, QWidget* parent)
       m_count(new QLabel(this)),
       m_cardsArea(new CardStrip(this)),
       m_cards(new QWidget(m_cardsArea)),
-      m_cardsAnimation(new QVariantAnimation(this))
+      m_cardsAnimation(new QVariantAnimation(this)),
+      m_pageAnimation(new QVariantAnimation(this))
 {
     setObjectName(QStringLiteral("buildHistory"));
     m_pager->setObjectName(QStringLiteral("historyPager"));
@@ -120,6 +125,9 @@ BuildHistorySection::BuildHistorySection(BuildStore& store, QWidget* parent)
     connect(m_older, &QToolButton::clicked, this,
             [this] { pageTo(HistoryPager::older(m_store.visibleSessions().size(), m_startIndex)); });
 
+    connect(m_newer, &QToolButton::clicked, this, [this] { slideCards(-1); });
+    connect(m_older, &QToolButton::clicked, this, [this] { slideCards(1); });
+
     auto* pagerLayout = new QHBoxLayout(m_pager);
     pagerLayout->setContentsMargins(0, 0, 0, 0);
     pagerLayout->setSpacing(0);
@@ -157,6 +165,10 @@ BuildHistorySection::BuildHistorySection(BuildStore& store, QWidget* parent)
     cardsLayout->addStretch(1);
     m_cards->setAutoFillBackground(false);
     m_cardsArea->setWidget(m_cards);
+    // Only while a new page comes in; an effect costs every repaint.
+    m_cardsOpacity = new QGraphicsOpacityEffect(m_cards);
+    m_cardsOpacity->setEnabled(false);
+    m_cards->setGraphicsEffect(m_cardsOpacity);
     m_cardsArea->setFixedHeight(cardsRowHeight);
 
     m_cardsAnimation->setDuration(animationMilliseconds);
@@ -167,6 +179,18 @@ BuildHistorySection::BuildHistorySection(BuildStore& store, QWidget* parent)
         if (!m_expanded)
             m_cardsArea->hide();
     });
+
+    m_pageAnimation->setObjectName(QStringLiteral("historyPageAnimation"));
+    m_pageAnimation->setDuration(animationMilliseconds);
+    m_pageAnimation->setEasingCurve(QEasingCurve::InOutQuad);
+    connect(m_pageAnimation, &QVariantAnimation::valueChanged, this, [this](const QVariant& value) {
+        const double progress = value.toDouble();
+        m_cards->move(int((1.0 - progress) * m_slideDirection * pageSlide)
+                          - m_cardsArea->horizontalScrollBar()->value(),
+                      m_cards->y());
+        m_cardsOpacity->setOpacity(progress);
+    });
+    connect(m_pageAnimation, &QVariantAnimation::finished, this, [this] { m_cardsOpacity->setEnabled(false); });
 
     auto* layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 1); // room for the bottom hairline
@@ -240,6 +264,16 @@ void BuildHistorySection::animateCards(bool show)
     if (show)
         m_cardsArea->show();
     m_cardsAnimation->start();
+}
+
+void BuildHistorySection::slideCards(int direction)
+{
+    m_pageAnimation->stop();
+    m_slideDirection = direction;
+    m_pageAnimation->setStartValue(0.0);
+    m_pageAnimation->setEndValue(1.0);
+    m_cardsOpacity->setEnabled(true);
+    m_pageAnimation->start();
 }
 
 void BuildHistorySection::paintEvent(QPaintEvent*)

@@ -7,6 +7,7 @@
 #include <array>
 #include <optional>
 
+class QGraphicsOpacityEffect;
 class QLabel;
 class QVariantAnimation;
 class QScrollArea;
@@ -40,6 +41,8 @@ private:
     // Shows the page that starts at this index of the visible sessions.
     void pageTo(qsizetype newStart);
     void animateCards(bool show);
+    // Brings the new page in from the side it lies on: -1 newer, 1 older.
+    void slideCards(int direction);
 
     BuildStore& m_store;
     StoreRefresh* m_refresh;
@@ -57,6 +60,9 @@ private:
     QWidget* m_cards;
     std::array<HistoryCard*, 4> m_cardViews{};
     QVariantAnimation* m_cardsAnimation;
+    QVariantAnimation* m_pageAnimation;
+    QGraphicsOpacityEffect* m_cardsOpacity = nullptr;
+    int m_slideDirection = 0;
 };
 
 } // namespace corvane

@@ -1,7 +1,9 @@
 #include "ContentView.h"
 
+#include "AccessibleInterfaces.h"
 #include "BuildHistorySection.h"
 #include "DiagnosticDetailView.h"
+#include "DiagnosticListView.h"
 #include "HeaderBar.h"
 #include "InstrumentEmptyState.h"
 #include "Sidebar.h"
@@ -50,6 +52,7 @@ ContentView::ContentView(BuildStore& store, DesktopPlatform& platform, QWidget* 
                                              QStringLiteral("Corvane will show the useful part here."), theme::cyan(),
                                              m_detail))
 {
+    installAccessibleInterfaces();
     setObjectName(QStringLiteral("contentView"));
     m_split->setObjectName(QStringLiteral("splitView"));
     m_detail->setObjectName(QStringLiteral("detailColumn"));
@@ -107,6 +110,14 @@ void ContentView::showEvent(QShowEvent* event)
     QWidget::showEvent(event);
     if (!m_shown) {
         m_shown = true;
+        // Keyboard work starts in the diagnostic list, not on the first
+        // header button; while the list is not shown the window itself
+        // holds focus, so no control looks chosen.
+        QWidget& list = m_sidebar->diagnosticList();
+        if (list.isVisibleTo(this))
+            list.setFocus(Qt::OtherFocusReason);
+        else
+            setFocus(Qt::OtherFocusReason);
         Q_EMIT firstShown();
     }
 }

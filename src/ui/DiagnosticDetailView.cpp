@@ -7,6 +7,7 @@
 
 #include <QAbstractTextDocumentLayout>
 #include <qdrawutil.h>
+#include <QGridLayout>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QMimeData>
@@ -190,6 +191,8 @@ DiagnosticDetailView::DiagnosticDetailView(BuildStore& store, DesktopPlatform& p
     scroll->setFrameShape(QFrame::NoFrame);
     scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scroll->viewport()->setAutoFillBackground(false);
+    // The texts and buttons inside are the tab stops, not the page.
+    scroll->setFocusPolicy(Qt::NoFocus);
 
     auto* content = new QWidget(scroll);
     content->setAutoFillBackground(false);
@@ -244,18 +247,27 @@ DiagnosticDetailView::DiagnosticDetailView(BuildStore& store, DesktopPlatform& p
     const auto addCard = [&](const QString& title, QTextEdit* text, const QColor& fill) {
         auto* section = new QVBoxLayout;
         section->setSpacing(10);
-        section->addWidget(caption(title, content));
+        QLabel* label = caption(title, content);
+        section->addWidget(label);
+        // The text lies over the card rather than inside it: as siblings,
+        // the caption names the text for assistive tools.
         auto* card = new RoundedBox(fill, m_edge, 12, content);
-        auto* cardLayout = new QVBoxLayout(card);
-        cardLayout->setContentsMargins(16, 16, 16, 16);
-        text->setParent(card);
-        cardLayout->addWidget(text);
-        section->addWidget(card);
+        auto* inset = new QVBoxLayout;
+        inset->setContentsMargins(16, 16, 16, 16);
+        inset->addWidget(text);
+        auto* cell = new QGridLayout;
+        cell->addWidget(card, 0, 0);
+        cell->addLayout(inset, 0, 0);
+        text->raise();
+        label->setBuddy(text);
+        section->addLayout(cell);
         contentLayout->addLayout(section);
     };
     m_message = new SelectableText(theme::font(16), theme::primaryText(), content);
+    m_message->setObjectName(QStringLiteral("diagnosticMessage"));
     addCard(QStringLiteral("DIAGNOSTIC"), m_message, m_card);
     m_rawText = new SelectableText(theme::monospaced(12), theme::white(0.78), content);
+    m_rawText->setObjectName(QStringLiteral("rawOutput"));
     addCard(QStringLiteral("RAW BUILD OUTPUT"), m_rawText, theme::rawOutputShade());
     contentLayout->addStretch(1);
     scroll->setWidget(content);

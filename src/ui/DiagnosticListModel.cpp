@@ -22,6 +22,7 @@ DiagnosticListModel::DiagnosticListModel(QObject* parent)
 
 bool DiagnosticListModel::rebuild(const BuildStore& store)
 {
+    m_store = &store;
     const BuildComparison comparison = store.activeComparison();
     QList<BuildDiagnostic> fixed;
     if (comparison.hasBaseline)
@@ -147,6 +148,24 @@ QColor DiagnosticListModel::symbolColorAt(int row) const
     return theme::secondaryText();
 }
 
+QString DiagnosticListModel::accessibleDescriptionAt(int row) const
+{
+    const BuildDiagnostic* d = diagnosticAt(row);
+    if (!d)
+        return {};
+    QString severity = rawValue(d->severity);
+    severity[0] = severity[0].toUpper();
+    QStringList parts{severity};
+    if (const QString badge = badgeAt(row); !badge.isEmpty())
+        parts.append(badge);
+    if (m_store && m_store->isPinned(*d))
+        parts.append(QStringLiteral("PINNED"));
+    if (m_store && m_store->isIgnored(*d))
+        parts.append(QStringLiteral("IGNORED"));
+    parts.append(d->locationLabel());
+    return parts.join(QStringLiteral(", "));
+}
+
 int DiagnosticListModel::rowOf(const QUuid& id) const
 {
     // A linear scan over at most one build's rows is a few microseconds, and
@@ -170,6 +189,10 @@ QVariant DiagnosticListModel::data(const QModelIndex& index, int role) const
         return textAt(row);
     case Qt::ToolTipRole:
         return d ? QVariant(displayText::bounded(d->message, displayText::lineLimit)) : QVariant();
+    case Qt::AccessibleTextRole:
+        return d ? displayText::bounded(d->message, displayText::lineLimit) : textAt(row);
+    case Qt::AccessibleDescriptionRole:
+        return accessibleDescriptionAt(row);
     case RowKindRole:
         return int(kindAt(row));
     case DiagnosticIDRole:

@@ -54,6 +54,9 @@ public:
     // None for file headers.
     std::optional<theme::Symbol> symbolAt(int row) const;
     QColor symbolColorAt(int row) const;
+    // What a screen reader says after a row's message: severity, state and
+    // location. Empty for headers.
+    QString accessibleDescriptionAt(int row) const;
     // The row showing the diagnostic, or -1.
     int rowOf(const QUuid& id) const;
 
@@ -69,6 +72,7 @@ private:
     };
 
     // The active build's diagnostics, all of them; the rows pick the visible ones.
+    const BuildStore* m_store = nullptr;
     QUuid m_sessionID;
     QList<BuildDiagnostic> m_diagnostics;
     QList<BuildDiagnostic> m_fixed;

@@ -110,6 +110,7 @@ DiagnosticListView::DiagnosticListView(BuildStore& store, QWidget* parent)
     m_list->setVerticalScrollMode(QAbstractItemView::ScrollPerPixel);
     m_list->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     m_list->setFrameShape(QFrame::NoFrame);
+    m_list->setAccessibleName(QStringLiteral("Diagnostics"));
     m_list->setMouseTracking(true);
     m_list->viewport()->setAttribute(Qt::WA_Hover);
     QPalette palette = m_list->palette();

@@ -99,7 +99,7 @@ HeaderBar::HeaderBar(BuildStore& store, QWidget* parent)
 
     HeaderMenuButton::Content options;
     options.leadingSymbol = theme::Symbol::ellipsis;
-    options.leadingSize = 16;
+    options.leadingSize = 15;
     options.horizontalPadding = 0;
     options.foreground = theme::primaryText();
     options.outline = theme::edge();
@@ -242,6 +242,7 @@ void HeaderBar::refreshFocus()
     HeaderMenuButton::Content focus;
     focus.leadingSymbol = theme::Symbol::scope;
     focus.trailingSymbol = theme::Symbol::chevronUpChevronDown;
+    focus.trailingSize = 8;
     focus.font = theme::monospaced(10, QFont::DemiBold);
     focus.foreground = focused ? theme::cyan() : theme::secondaryText();
     focus.outline = focused ? theme::withOpacity(theme::cyan(), 0.28) : theme::edge();
@@ -273,6 +274,19 @@ void HeaderBar::focusSearchField()
 {
     m_searchField->setFocus(Qt::ShortcutFocusReason);
     m_searchField->selectAll();
+}
+
+void HeaderBar::addWindowControls(QWidget* controls)
+{
+    controls->setParent(this);
+    layout()->addWidget(controls);
+}
+
+void HeaderBar::setLeadingInset(int inset)
+{
+    QMargins margins = layout()->contentsMargins();
+    margins.setLeft(inset);
+    layout()->setContentsMargins(margins);
 }
 
 void HeaderBar::paintEvent(QPaintEvent*)

@@ -30,6 +30,10 @@ public:
     static QColor captureStatusColor(const BuildStore::CaptureState& state);
 
     void focusSearchField();
+    // Window buttons of the program's own, at the bar's trailing end.
+    void addWindowControls(QWidget* controls);
+    // Room at the leading end for the system's window buttons.
+    void setLeadingInset(int inset);
 
 protected:
     void paintEvent(QPaintEvent* event) override;

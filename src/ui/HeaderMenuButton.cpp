@@ -1,5 +1,6 @@
 #include "HeaderMenuButton.h"
 
+#include "AccessibleInterfaces.h"
 #include "Theme.h"
 
 #include <QFontMetricsF>
@@ -11,6 +12,8 @@ namespace corvane {
 
 HeaderMenuButton::HeaderMenuButton(QWidget* parent) : QToolButton(parent)
 {
+    // Before anything is announced about the button, which makes its interface.
+    installAccessibleInterfaces();
     setPopupMode(QToolButton::InstantPopup);
     setCursor(Qt::PointingHandCursor);
     setFocusPolicy(Qt::StrongFocus);
@@ -57,8 +60,9 @@ void HeaderMenuButton::paintEvent(QPaintEvent*)
     QColor fill = theme::elevatedPanel();
     if (isDown() || underMouse())
         fill = fill.lighter(118);
-    theme::paintRoundedPanel(painter, bounds, 8, fill, hasFocus() ? theme::withOpacity(theme::cyan(), 0.6)
-                                                                  : m_content.outline);
+    theme::paintRoundedPanel(painter, bounds, 8, fill,
+                             m_keyboardFocus->showsRing() ? theme::withOpacity(theme::cyan(), 0.6)
+                                                              : m_content.outline);
 
     // Centred as a group, so a fixed-size button keeps its symbol in the middle.
     const qreal contentWidth = sizeHint().width() - 2 * m_content.horizontalPadding;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "KeyboardFocus.h"
 #include "Theme.h"
 
 #include <QColor>
@@ -43,6 +44,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    KeyboardFocus* m_keyboardFocus = new KeyboardFocus(this);
     Content m_content;
 };
 

@@ -75,7 +75,7 @@ void HistoryCard::paintEvent(QPaintEvent*)
     if (!m_isActive && underMouse())
         fill = theme::white(0.05);
     QColor outline = m_isActive ? theme::withOpacity(theme::cyan(), 0.35) : theme::white(0.06);
-    if (hasFocus())
+    if (m_keyboardFocus->showsRing())
         outline = theme::withOpacity(theme::cyan(), 0.7);
     theme::paintRoundedPanel(painter, bounds, 10, fill, outline);
 

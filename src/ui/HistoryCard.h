@@ -1,5 +1,7 @@
 #pragma once
 
+#include "KeyboardFocus.h"
+
 #include "BuildSession.h"
 
 #include <QAbstractButton>
@@ -31,6 +33,7 @@ protected:
     void paintEvent(QPaintEvent* event) override;
 
 private:
+    KeyboardFocus* m_keyboardFocus = new KeyboardFocus(this);
     static QString summaryText(qsizetype errors, qsizetype warnings);
     static QColor statusColor(qsizetype errors, qsizetype warnings);
 

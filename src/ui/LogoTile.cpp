@@ -25,7 +25,7 @@ void LogoTile::paintEvent(QPaintEvent*)
     painter.setBrush(gradient);
     painter.drawRoundedRect(inner, 10, 10);
     theme::drawSymbol(painter, theme::Symbol::viewfinder, theme::cyan(),
-                      QRectF(bounds.center().x() - 11, bounds.center().y() - 11, 22, 22));
+                      QRectF(bounds.center().x() - 10, bounds.center().y() - 10, 20, 20));
 }
 
 } // namespace corvane

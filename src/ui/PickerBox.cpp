@@ -1,5 +1,6 @@
 #include "PickerBox.h"
 
+#include "AccessibleInterfaces.h"
 #include "Theme.h"
 
 #include <QPainter>
@@ -8,6 +9,8 @@ namespace corvane {
 
 PickerBox::PickerBox(int width, const QString& accessibleName, QWidget* parent) : QComboBox(parent)
 {
+    // Before the name below is announced, which makes the interface.
+    installAccessibleInterfaces();
     setFixedSize(width, 30);
     setAccessibleName(accessibleName);
     setFont(theme::font(12));
@@ -25,7 +28,7 @@ void PickerBox::paintEvent(QPaintEvent*)
     if (underMouse())
         fill = fill.lighter(118);
     theme::paintRoundedPanel(painter, bounds, 8, fill,
-                             hasFocus() ? theme::withOpacity(theme::cyan(), 0.6) : theme::edge());
+                             m_keyboardFocus->showsRing() ? theme::withOpacity(theme::cyan(), 0.6) : theme::edge());
 
     const qreal chevron = 9;
     const QRectF textRect = bounds.adjusted(11, 0, -(11 + chevron + 6), 0);

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "KeyboardFocus.h"
+
 #include <QComboBox>
 
 namespace corvane {
@@ -14,6 +16,9 @@ public:
 
 protected:
     void paintEvent(QPaintEvent* event) override;
+
+private:
+    KeyboardFocus* m_keyboardFocus = new KeyboardFocus(this);
 };
 
 } // namespace corvane

@@ -24,6 +24,7 @@ public:
     explicit Sidebar(BuildStore& store, QWidget* parent = nullptr);
 
     BuildHistorySection& history() const { return *m_history; }
+    DiagnosticListView& diagnosticList() const { return *m_list; }
 
 private:
     void refresh();

@@ -4,23 +4,37 @@
 #include <QClipboard>
 #include <QDesktopServices>
 #include <QFileDialog>
+#include <QGridLayout>
+#include <QLabel>
 #include <QMessageBox>
 #include <QProcess>
 #include <QUrl>
 
 namespace corvane {
 
+std::unique_ptr<QFileDialog> WidgetsDesktopPlatform::logFileDialog(const QString& message, QWidget* parent)
+{
+    auto dialog = std::make_unique<QFileDialog>(parent);
+    // The desktop's own chooser has no place for a message line; Qt's has
+    // a layout to add one to. The title stays the dialog's default.
+    dialog->setOption(QFileDialog::DontUseNativeDialog);
+    dialog->setFileMode(QFileDialog::ExistingFile);
+    dialog->setAcceptMode(QFileDialog::AcceptOpen);
+    dialog->setMimeTypeFilters({QStringLiteral("text/plain"), QStringLiteral("text/x-log")});
+    auto* label = new QLabel(message, dialog.get());
+    label->setObjectName(QStringLiteral("chooserMessage"));
+    label->setWordWrap(true);
+    if (auto* grid = qobject_cast<QGridLayout*>(dialog->layout()))
+        grid->addWidget(label, grid->rowCount(), 0, 1, grid->columnCount());
+    return dialog;
+}
+
 std::optional<QString> WidgetsDesktopPlatform::chooseLogFile(const QString& message)
 {
-    // The dialog has no message line of its own; its title carries the message.
-    QFileDialog dialog(QApplication::activeWindow(), message);
-    dialog.setFileMode(QFileDialog::ExistingFile);
-    dialog.setAcceptMode(QFileDialog::AcceptOpen);
-    dialog.setNameFilters({QStringLiteral("Plain text and log files (*.txt *.text *.log)"),
-                           QStringLiteral("All files (*)")});
-    if (dialog.exec() != QDialog::Accepted)
+    const std::unique_ptr<QFileDialog> dialog = logFileDialog(message, QApplication::activeWindow());
+    if (dialog->exec() != QDialog::Accepted)
         return std::nullopt;
-    const QStringList files = dialog.selectedFiles();
+    const QStringList files = dialog->selectedFiles();
     if (files.isEmpty())
         return std::nullopt;
     return files.first();

@@ -2,6 +2,11 @@
 
 #include "DesktopPlatform.h"
 
+#include <memory>
+
+class QFileDialog;
+class QWidget;
+
 namespace corvane {
 
 // The desktop as Qt Widgets offers it: a file dialog, a message box, the
@@ -13,6 +18,9 @@ public:
     void setClipboardText(const QString& text) override;
     bool startDetached(const QString& program, const QStringList& arguments) override;
     void openWithDefaultApplication(const QString& filePath) override;
+
+    // The chooser chooseLogFile runs, not yet shown.
+    static std::unique_ptr<QFileDialog> logFileDialog(const QString& message, QWidget* parent = nullptr);
 };
 
 } // namespace corvane

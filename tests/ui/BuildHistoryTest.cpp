@@ -4,6 +4,9 @@
 #include "ShellFixtures.h"
 #include "Theme.h"
 
+#include <QTest>
+#include <QVariantAnimation>
+
 #include <gtest/gtest.h>
 
 using namespace corvane;
@@ -84,6 +87,27 @@ TEST_F(BuildHistoryTest, PagerAppearsOnlyBeyondFourSessionsAndStopsAtTheEnds)
 
     click(newer);
     EXPECT_EQ(text(range), QStringLiteral("1\u20134 / 5"));
+}
+
+TEST_F(BuildHistoryTest, PagingSlidesTheNewPageInWithinAnEaseInOutAnimation)
+{
+    captureBuilds(*this, 6);
+    auto* animation = find<QVariantAnimation>(QStringLiteral("historyPageAnimation"));
+    ASSERT_NE(animation, nullptr);
+    EXPECT_EQ(animation->duration(), 160);
+    EXPECT_EQ(animation->easingCurve().type(), QEasingCurve::InOutQuad);
+
+    const QWidget* row = visibleCards(*this).first()->parentWidget();
+    for (const QString& button : {older, newer}) {
+        click(button);
+        EXPECT_EQ(animation->state(), QAbstractAnimation::Running);
+        // Older builds come in from the right, newer ones from the left.
+        animation->setCurrentTime(80);
+        EXPECT_EQ(row->x() > 0, button == older) << row->x();
+        EXPECT_TRUE(QTest::qWaitFor([&] { return animation->state() == QAbstractAnimation::Stopped; }, 1000));
+        EXPECT_EQ(row->x(), 0);
+    }
+    EXPECT_EQ(text(range), QStringLiteral("1\u20134 / 6"));
 }
 
 TEST(BuildHistory, PageArithmeticClampsAStartLeftBeyondTheEnd)

@@ -1,13 +1,17 @@
 #include "CorvaneApp.h"
 #include "CountChip.h"
+#include "DiagnosticListView.h"
 #include "InstrumentEmptyState.h"
 #include "ShellFixtures.h"
 #include "Theme.h"
 #include "WidgetsDesktopPlatform.h"
 
 #include <QClipboard>
+#include <QFileDialog>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QListView>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -130,6 +134,43 @@ TEST(ContentView, ReactsToChangedSettingsButNotToTheFirstDisplay)
     EXPECT_NE(f.store->selectedDiagnosticID(), std::optional<QUuid>(noise->id));
 }
 
+TEST(ContentView, StartsWithFocusInTheListAndRingsOnlyFocusFromTheKeyboard)
+{
+    WindowFixture f;
+    f.store->loadSampleDiagnostics();
+    ContentView& window = f.open();
+    window.show();
+    window.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&window));
+    EXPECT_EQ(QApplication::focusWidget(),
+              static_cast<QWidget*>(f.find<DiagnosticListView>(QStringLiteral("diagnosticList"))->listView()));
+
+    auto* project = f.find<QWidget>(QStringLiteral("projectFocusButton"));
+    const QImage unfocused = project->grab().toImage();
+    project->setFocus(Qt::MouseFocusReason);
+    EXPECT_EQ(project->grab().toImage(), unfocused);
+    project->clearFocus();
+    project->setFocus(Qt::TabFocusReason);
+    const QImage ringed = project->grab().toImage();
+    EXPECT_NE(ringed, unfocused);
+    // A menu taking focus for a while keeps the ring.
+    auto* menu = f.find<QMenu>(QStringLiteral("projectFocusMenu"));
+    menu->popup(project->mapToGlobal(QPoint(0, project->height())));
+    settle();
+    menu->close();
+    settle();
+    EXPECT_TRUE(project->hasFocus());
+    EXPECT_EQ(project->grab().toImage(), ringed);
+
+    // Without a build the list is hidden and no control holds focus.
+    WindowFixture empty;
+    ContentView& second = empty.open();
+    second.show();
+    second.activateWindow();
+    ASSERT_TRUE(QTest::qWaitForWindowActive(&second));
+    EXPECT_EQ(QApplication::focusWidget(), static_cast<QWidget*>(&second));
+}
+
 TEST(Application, OneWindowAtLeastMinimumSizeStartsTheWatcherOnceShown)
 {
     TestEnvironment environment;
@@ -168,4 +209,26 @@ TEST(WidgetsDesktopPlatform, ClipboardKeepsTheLastTextAndAMissingProgramReportsF
     const QString marker = environment.root() + QStringLiteral("/started");
     ASSERT_TRUE(platform.startDetached(QStringLiteral("/usr/bin/touch"), {marker}));
     EXPECT_TRUE(waitUntil([&] { return QFileInfo::exists(marker); }));
+}
+
+TEST(WidgetsDesktopPlatform, ChooserOffersPlainTextAndLogFilesAndShowsTheMessageInside)
+{
+    const QString message = QStringLiteral("Choose a plain-text Xcode or compiler build log.");
+    const std::unique_ptr<QFileDialog> dialog = WidgetsDesktopPlatform::logFileDialog(message);
+    EXPECT_EQ(dialog->fileMode(), QFileDialog::ExistingFile);
+    EXPECT_EQ(dialog->mimeTypeFilters(), (QStringList{QStringLiteral("text/plain"), QStringLiteral("text/x-log")}));
+    const QStringList filters = dialog->nameFilters();
+    ASSERT_EQ(filters.size(), 2);
+    EXPECT_TRUE(filters.at(1).contains(QStringLiteral("*.log"))) << filters.at(1).toStdString();
+    for (const QString& filter : filters)
+        EXPECT_FALSE(filter.contains(QStringLiteral("(*)"))) << filter.toStdString();
+
+    dialog->show();
+    settle();
+    const auto* label = dialog->findChild<QLabel*>(QStringLiteral("chooserMessage"));
+    ASSERT_NE(label, nullptr);
+    EXPECT_EQ(label->text(), message);
+    EXPECT_TRUE(label->isVisible());
+    EXPECT_NE(dialog->windowTitle(), message);
+    dialog->reject();
 }
