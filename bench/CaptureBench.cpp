@@ -6,10 +6,10 @@
 // a child process, so it does not count towards this process's peak memory.
 #include "ActivityLogReader.h"
 #include "BenchCommand.h"
-#include "Measurements.h"
 #include "BuildHistoryPersistence.h"
 #include "BuildStore.h"
 #include "DiagnosticParser.h"
+#include "Measurements.h"
 #include "XcodeBuildWatcher.h"
 
 #include <QCoreApplication>
@@ -23,7 +23,6 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QTimer>
-
 
 #include <algorithm>
 #include <cstdio>
@@ -47,11 +46,11 @@ struct Options {
 
 struct RunTimes {
     bool compared = false;
-    double detect = 0;  // file in place -> buildDetected
-    double read = 0;    // buildDetected -> text delivered (gzip and extraction)
-    double record = 0;  // delivered -> new session in the history (parse, compare)
-    double save = 0;    // new session -> history saved (selection, save)
-    double total = 0;   // file in place -> history saved
+    double detect = 0; // file in place -> buildDetected
+    double read = 0;   // buildDetected -> text delivered (gzip and extraction)
+    double record = 0; // delivered -> new session in the history (parse, compare)
+    double save = 0;   // new session -> history saved (selection, save)
+    double total = 0;  // file in place -> history saved
     qsizetype textBytes = 0;
     quint64 decompressedBytes = 0;
     qsizetype diagnostics = 0;
@@ -81,14 +80,6 @@ QString loadAverage()
     const QList<QByteArray> fields = file.readAll().split(' ');
     return fields.size() >= 3 ? QString::fromLatin1(fields[0] + ' ' + fields[1] + ' ' + fields[2])
                               : QStringLiteral("?");
-}
-
-double median(std::vector<double> values)
-{
-    if (values.empty())
-        return 0;
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
 }
 
 double secondsOf(const QElapsedTimer& timer) { return double(timer.nsecsElapsed()) / 1e9; }
@@ -130,18 +121,6 @@ bool generateLog(const Options& options, std::uint32_t variant, const QString& o
     return child.waitForFinished(-1) && child.exitStatus() == QProcess::NormalExit && child.exitCode() == 0;
 }
 
-// Seconds that "gzip -dc path" takes with its output thrown away.
-double timeGzipAlone(const QString& path)
-{
-    QProcess gzip;
-    gzip.setStandardOutputFile(QProcess::nullDevice());
-    QElapsedTimer timer;
-    timer.start();
-    gzip.start(gzipProgram, {QStringLiteral("-dc"), path}, QIODevice::ReadOnly);
-    gzip.waitForFinished(-1);
-    return secondsOf(timer);
-}
-
 void runEventLoopFor(int milliseconds)
 {
     QEventLoop loop;
@@ -151,11 +130,12 @@ void runEventLoopFor(int milliseconds)
 
 void printRun(int index, const RunTimes& r)
 {
-    std::printf("run %d (%s): total %.2f s = detect %.2f + read %.2f + parse/compare %.2f + save %.2f; "
-                "%lld diagnostics, %lld new, %lld fixed; history file %.1f MB; peak RSS %.0f MiB; cpu %.2f s + gzip %.2f s\n",
-                index, r.compared ? "compared" : "first build", r.total, r.detect, r.read, r.record, r.save,
-                qlonglong(r.diagnostics), qlonglong(r.newDiagnostics), qlonglong(r.fixedDiagnostics),
-                double(r.historyBytes) / 1e6, r.peakRssMiB, r.cpuSelf, r.cpuGzip);
+    std::printf(
+        "run %d (%s): total %.2f s = detect %.2f + read %.2f + parse/compare %.2f + save %.2f; "
+        "%lld diagnostics, %lld new, %lld fixed; history file %.1f MB; peak RSS %.0f MiB; cpu %.2f s + gzip %.2f s\n",
+        index, r.compared ? "compared" : "first build", r.total, r.detect, r.read, r.record, r.save,
+        qlonglong(r.diagnostics), qlonglong(r.newDiagnostics), qlonglong(r.fixedDiagnostics),
+        double(r.historyBytes) / 1e6, r.peakRssMiB, r.cpuSelf, r.cpuGzip);
     std::fflush(stdout);
 }
 
@@ -179,8 +159,8 @@ int runCaptureBench(const std::vector<std::string>& arguments)
     qputenv("XDG_CONFIG_HOME", (folder.path() + QStringLiteral("/config")).toUtf8());
     QSettings::setPath(QSettings::NativeFormat, QSettings::UserScope, folder.path() + QStringLiteral("/config"));
     const QString staging = folder.path() + QStringLiteral("/staging");
-    const QString buildLogs =
-        home + QStringLiteral("/Library/Developer/Xcode/DerivedData/ExampleApp-bqzkfgaxmlwhcsdrhbnyoteqjlpv/Logs/Build");
+    const QString buildLogs = home
+        + QStringLiteral("/Library/Developer/Xcode/DerivedData/ExampleApp-bqzkfgaxmlwhcsdrhbnyoteqjlpv/Logs/Build");
     QDir().mkpath(staging);
     QDir().mkpath(buildLogs);
     const QString historyFile = folder.path() + QStringLiteral("/data/Corvane/") + BuildHistoryPersistence::fileName;
@@ -336,8 +316,7 @@ int runCaptureBench(const std::vector<std::string>& arguments)
                 totals.size(), median(totals), median(detects), median(reads), median(records), median(saves));
     std::printf("peak RSS %.0f MiB = %.2f x the text, %.2f x the decompressed log; RSS now %.0f MiB\n", peakMiB,
                 peakMiB * 1024.0 * 1024.0 / double(std::max<qsizetype>(last.textBytes, 1)),
-                peakMiB * 1024.0 * 1024.0 / double(std::max<quint64>(last.decompressedBytes, 1)),
-                currentResidentMiB());
+                peakMiB * 1024.0 * 1024.0 / double(std::max<quint64>(last.decompressedBytes, 1)), currentResidentMiB());
     std::printf("load average after: %s\n", qPrintable(loadAverage()));
     std::fflush(stdout);
 
@@ -378,8 +357,9 @@ int runCaptureBench(const std::vector<std::string>& arguments)
     return 0;
 }
 
-const RegisterBenchCommand registration(
-    "capture", "[--mb N] [--diagnostics-per-mb D] [--runs R] [--work DIR] [--log FILE]...", runCaptureBench);
+const RegisterBenchCommand registration("capture",
+                                        "[--mb N] [--diagnostics-per-mb D] [--runs R] [--work DIR] [--log FILE]...",
+                                        runCaptureBench);
 
 } // namespace
 } // namespace corvane::bench

@@ -16,23 +16,6 @@ namespace corvane::bench {
 
 namespace {
 
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
-double timeGzipAlone(const QString& path)
-{
-    QProcess gzip;
-    gzip.setStandardOutputFile(QProcess::nullDevice());
-    QElapsedTimer timer;
-    timer.start();
-    gzip.start(QStringLiteral("/usr/bin/gzip"), {QStringLiteral("-dc"), path}, QIODevice::ReadOnly);
-    gzip.waitForFinished(-1);
-    return timer.nsecsElapsed() / 1e9;
-}
-
 // The whole check as the program runs it, reports written to files.
 int runCheck(const QStringList& arguments)
 {

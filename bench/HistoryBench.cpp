@@ -2,6 +2,7 @@
 // of 1,000 diagnostics each through the real persistence, in a temporary data
 // folder, and prints the times and the file size.
 #include "BenchCommand.h"
+#include "Measurements.h"
 
 #include "BuildHistoryPersistence.h"
 #include "StorageDirectory.h"
@@ -34,11 +35,10 @@ const char* const messages[] = {
     "will never be executed",
     "Ünïcødé ✓ message about 'Café' and “quotes”",
 };
-const char* const folders[] = {"Sources/App/Views", "Sources/App/Models", "Sources/Networking",
-                               "Sources/Persistence", "Tests/AppTests", "Packages/DesignSystem/Sources"};
-const char* const files[] = {"ContentView.swift", "ProfileViewModel.swift", "APIClient.swift",
-                             "Store.swift",       "SettingsView.swift",     "ImageCache.swift",
-                             "AppDelegate.m",     "Bridging.h"};
+const char* const folders[] = {"Sources/App/Views",   "Sources/App/Models", "Sources/Networking",
+                               "Sources/Persistence", "Tests/AppTests",     "Packages/DesignSystem/Sources"};
+const char* const files[] = {"ContentView.swift",  "ProfileViewModel.swift", "APIClient.swift", "Store.swift",
+                             "SettingsView.swift", "ImageCache.swift",       "AppDelegate.m",   "Bridging.h"};
 
 BuildDiagnostic makeDiagnostic(QRandomGenerator& random, int session, int index)
 {
@@ -56,8 +56,8 @@ BuildDiagnostic makeDiagnostic(QRandomGenerator& random, int session, int index)
             d.column = random.bounded(1, 120);
     }
     d.rawText = d.filePath.value_or(QString()) + u':' + QString::number(d.line.value_or(0)) + u':'
-              + QString::number(d.column.value_or(0)) + QStringLiteral(": ") + rawValue(d.severity)
-              + QStringLiteral(": ") + d.message;
+        + QString::number(d.column.value_or(0)) + QStringLiteral(": ") + rawValue(d.severity) + QStringLiteral(": ")
+        + d.message;
     d.timestamp = AbsoluteTime{7.5e8 + session * 600.0 + index * 0.001234567};
     return d;
 }
@@ -73,10 +73,11 @@ QList<BuildSession> makeHistory()
         session.projectName = QStringLiteral("Example%1").arg(s % 3);
         session.sourceName = QStringLiteral("Example%1 build").arg(s % 3);
         if (s % 4 != 0)
-            session.activityLogPath = QStringLiteral(
-                "/Users/dev/Library/Developer/Xcode/DerivedData/Example%1-abcdefghijkl/Logs/Build/%2.xcactivitylog")
-                                          .arg(s % 3)
-                                          .arg(session.id.toString(QUuid::WithoutBraces).toUpper());
+            session.activityLogPath =
+                QStringLiteral(
+                    "/Users/dev/Library/Developer/Xcode/DerivedData/Example%1-abcdefghijkl/Logs/Build/%2.xcactivitylog")
+                    .arg(s % 3)
+                    .arg(session.id.toString(QUuid::WithoutBraces).toUpper());
         for (int i = 0; i < diagnosticsPerSession; ++i)
             session.diagnostics.append(makeDiagnostic(random, s, i));
         session.comparison.hasBaseline = s >= 3;
@@ -107,12 +108,6 @@ struct Stopwatch {
         wallMs.push_back(double(wall.nsecsElapsed()) / 1e6);
     }
 };
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
 
 int runHistoryBench(const std::vector<std::string>& arguments)
 {
@@ -145,11 +140,10 @@ int runHistoryBench(const std::vector<std::string>& arguments)
         }
     }
     const QString file = storageDirectory().value() + u'/' + BuildHistoryPersistence::fileName;
-    std::printf("history: %d sessions x %d diagnostics, %d rounds\n", sessionCount,
-                diagnosticsPerSession, rounds);
+    std::printf("history: %d sessions x %d diagnostics, %d rounds\n", sessionCount, diagnosticsPerSession, rounds);
     const auto report = [](const char* what, const std::vector<double>& wall, const std::vector<double>& cpu) {
-        std::printf("  %-7s median %6.1f ms  best %6.1f ms   (processor time median %6.1f ms)\n", what,
-                    median(wall), *std::min_element(wall.begin(), wall.end()), median(cpu));
+        std::printf("  %-7s median %6.1f ms  best %6.1f ms   (processor time median %6.1f ms)\n", what, median(wall),
+                    *std::min_element(wall.begin(), wall.end()), median(cpu));
     };
     report("save", saveMs, saveCpuMs);
     report("load", loadMs, loadCpuMs);

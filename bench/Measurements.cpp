@@ -1,6 +1,10 @@
 #include "Measurements.h"
 
+#include <QElapsedTimer>
 #include <QFile>
+#include <QProcess>
+
+#include <algorithm>
 
 #include <sys/resource.h>
 
@@ -40,6 +44,25 @@ quint64 recordedUncompressedSize(const QString& path)
     for (int i = 3; i >= 0; --i)
         size = size << 8 | static_cast<unsigned char>(trailer[i]);
     return size;
+}
+
+double median(std::vector<double> values)
+{
+    if (values.empty())
+        return 0;
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+double timeGzipAlone(const QString& path)
+{
+    QProcess gzip;
+    gzip.setStandardOutputFile(QProcess::nullDevice());
+    QElapsedTimer timer;
+    timer.start();
+    gzip.start(QStringLiteral("/usr/bin/gzip"), {QStringLiteral("-dc"), path}, QIODevice::ReadOnly);
+    gzip.waitForFinished(-1);
+    return double(timer.nsecsElapsed()) / 1e9;
 }
 
 } // namespace corvane::bench

@@ -1,5 +1,6 @@
 #include "BenchCommand.h"
 #include "DiagnosticParser.h"
+#include "Measurements.h"
 #include "ParserCandidates.h"
 #include "ParserPatterns.h"
 #include "ParserSearch.h"
@@ -152,12 +153,6 @@ int parseOnce(const DiagnosticParser& parser, const std::string& path)
     }
     std::printf("%lld\n", static_cast<long long>(parser.parse(*text).size()));
     return 0;
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
 }
 
 std::string utf8Of(std::u16string_view pattern)

@@ -18,24 +18,6 @@ namespace {
 
 const QString gzipProgram = QStringLiteral("/usr/bin/gzip");
 
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
-
-// Seconds that "gzip -dc path" takes with its output thrown away.
-double timeGzipAlone(const QString& path)
-{
-    QProcess gzip;
-    gzip.setStandardOutputFile(QProcess::nullDevice());
-    QElapsedTimer timer;
-    timer.start();
-    gzip.start(gzipProgram, {QStringLiteral("-dc"), path}, QIODevice::ReadOnly);
-    gzip.waitForFinished(-1);
-    return timer.nsecsElapsed() / 1e9;
-}
-
 int readCommand(const std::vector<std::string>& arguments)
 {
     int repeat = 5;

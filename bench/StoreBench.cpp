@@ -3,6 +3,7 @@
 #include "BuildHistoryPersistence.h"
 #include "BuildStore.h"
 #include "DiagnosticParser.h"
+#include "Measurements.h"
 
 #include <QElapsedTimer>
 #include <QFile>
@@ -11,8 +12,8 @@
 #include <QTemporaryDir>
 
 #include <algorithm>
-#include <memory>
 #include <cstdio>
+#include <memory>
 #include <vector>
 
 namespace corvane::bench {
@@ -58,12 +59,6 @@ QString logPath(const QString& home, const QString& project, int index)
 {
     return home + QStringLiteral("/Library/Developer/Xcode/DerivedData/") + project
         + QStringLiteral("-bxqgrvhdkslrtw/Logs/Build/") + QString::number(index) + QStringLiteral(".xcactivitylog");
-}
-
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
 }
 
 template <typename F>
@@ -154,11 +149,10 @@ int runStoreBench(const std::vector<std::string>& arguments)
     const std::vector<double> parseTimes = timeRuns(5, [&](int) { (void)parse(next); });
     const QList<BuildDiagnostic> parsed = parse(next);
     const QList<BuildDiagnostic> parsedBefore = parse(previous);
-    const std::vector<double> compare =
-        timeRuns(5, [&](int) { (void)compareDiagnostics(parsed, parsedBefore); });
+    const std::vector<double> compare = timeRuns(5, [&](int) { (void)compareDiagnostics(parsed, parsedBefore); });
     const std::vector<double> save = timeRuns(5, [&](int) { (void)persistence.save(store.sessions()); });
-    std::printf("  of which parse: median %.1f ms; compare: median %.1f ms; save: median %.1f ms\n",
-                median(parseTimes), median(compare), median(save));
+    std::printf("  of which parse: median %.1f ms; compare: median %.1f ms; save: median %.1f ms\n", median(parseTimes),
+                median(compare), median(save));
 
     store.setSeverityFilter({DiagnosticSeverity::error, DiagnosticSeverity::warning, DiagnosticSeverity::note});
     for (int i = 0; i < active.diagnostics.size(); i += 50)
