@@ -206,6 +206,8 @@ TEST_F(SingleInstanceTest, HostileClientsAreDroppedWithoutAnAnswer)
         header(0x43525632, 0xFFFFFFF0),
         // Half a request, never finished: dropped at the connection's deadline.
         header(0x43525632, 100) + "abc",
+        // A well-formed request under another marker (an older program's).
+        header(0x43525631, 12) + QByteArray("\0/stray.log\0", 12),
     };
     for (const QByteArray& request : requests) {
         QLocalSocket stranger;
