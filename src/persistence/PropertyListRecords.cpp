@@ -210,7 +210,10 @@ bool PropertyListRecords::readRecord(const PropertyListValue& value, QStringView
     if (!entries)
         return fail(QStringLiteral("The %1 is not a dictionary.").arg(record));
     quint32 seen = 0;
-    for (const auto& [key, item] : *entries) {
+    for (const auto& entry : *entries) {
+        // Not a structured binding: older clang cannot capture one in a lambda.
+        const auto& key = entry.first;
+        const auto& item = entry.second;
         const auto field = std::find_if(fields.begin(), fields.end(), [&key](const Field& f) { return f.key == key; });
         if (field == fields.end())
             continue;
