@@ -20,8 +20,6 @@ namespace corvane {
 
 namespace {
 
-const QString logExtension = QStringLiteral(".xcactivitylog");
-
 // One pool for every watcher, at low priority so scans and reads of large logs
 // never compete with the interface. It belongs to the application object so
 // that it outlives every watcher: destroying a pool waits for its jobs, which
@@ -37,20 +35,27 @@ QThreadPool* backgroundPool()
     return pool;
 }
 
-// Qt's listings leave out names that are not valid UTF-8 altogether (no
-// QString path could name them); only the system's own listing shows them.
-void collectUndecodable(const QString& folder, bool logsOnly, QStringList& undecodable)
+// The visible names in a folder, from one listing. Qt's own listings leave out
+// names that are not valid UTF-8 altogether (no QString path could name them),
+// so the folder is read with the system's listing, which shows them too; those
+// go to `undecodable` with their folder, to be reported.
+QStringList listFolder(const QString& folder, bool logsOnly, QStringList* undecodable)
 {
+    QStringList names;
     DIR* dir = ::opendir(QFile::encodeName(folder).constData());
     if (!dir)
-        return;
+        return names;
     while (const dirent* entry = ::readdir(dir)) {
         const QByteArrayView name(entry->d_name);
-        if (name.startsWith('.') || name.isValidUtf8() || (logsOnly && !name.endsWith(".xcactivitylog")))
+        if (name.startsWith('.') || (logsOnly && !name.endsWith(".xcactivitylog")))
             continue;
-        undecodable.append(folder + u'/' + QFile::decodeName(name.toByteArray()));
+        if (name.isValidUtf8())
+            names.append(QFile::decodeName(name.toByteArray()));
+        else if (undecodable)
+            undecodable->append(folder + u'/' + QFile::decodeName(name.toByteArray()));
     }
     ::closedir(dir);
+    return names;
 }
 
 // What comes back from a background job must never be an exception: it would
@@ -76,13 +81,6 @@ Result<QByteArray> guardedRead(const QString& path)
     } catch (...) {
         return Error{activityLogErrorDomain, 0, QStringLiteral("The Xcode activity log could not be read.")};
     }
-}
-
-QFileInfoList visibleEntries(const QString& folder)
-{
-    // System includes broken symbolic links and other special files so that
-    // they are looked at (and refused) like everything else.
-    return QDir(folder).entryInfoList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot, QDir::NoSort);
 }
 
 } // namespace
@@ -269,17 +267,13 @@ QString XcodeBuildWatcher::projectNameForLog(const QString& logPath)
 XcodeBuildWatcher::Snapshots XcodeBuildWatcher::scanLogs(const QString& derivedDataPath, QStringList* undecodable)
 {
     Snapshots logs;
-    if (undecodable)
-        collectUndecodable(derivedDataPath, false, *undecodable);
+    const QDir root(derivedDataPath);
     // Entries are not checked for being folders: listing Logs/Build inside
     // anything else simply finds nothing.
-    for (const QFileInfo& entry : visibleEntries(derivedDataPath)) {
-        const QString buildLogs = entry.filePath() + QStringLiteral("/Logs/Build");
-        if (undecodable)
-            collectUndecodable(buildLogs, true, *undecodable);
-        for (const QFileInfo& file : visibleEntries(buildLogs)) {
-            if (!file.fileName().endsWith(logExtension, Qt::CaseSensitive))
-                continue;
+    for (const QString& project : listFolder(derivedDataPath, false, undecodable)) {
+        const QString buildLogs = root.filePath(project) + QStringLiteral("/Logs/Build");
+        for (const QString& name : listFolder(buildLogs, true, undecodable)) {
+            const QFileInfo file(buildLogs + u'/' + name);
             // A symbolic link is not a regular file, whatever it points to.
             if (file.isSymLink() || !file.isFile())
                 continue;
