@@ -60,32 +60,17 @@ int checkCommand(const std::vector<std::string>& arguments)
                                      QStringLiteral("text=") + reports.filePath(QStringLiteral("report.txt"))};
 
     const long startRss = peakResidentKiB();
-    std::vector<double> checkSeconds;
-    std::vector<double> gzipSeconds;
-    std::vector<double> gzipCpu;
-    std::vector<double> checkCpu;
-    std::vector<double> checkChildCpu;
-    for (int run = 0; run < repeat; ++run) {
-        const auto beforeGzip = cpuSeconds();
-        gzipSeconds.push_back(timeGzipAlone(log));
-        const auto beforeCheck = cpuSeconds();
-        gzipCpu.push_back(beforeCheck.second - beforeGzip.second);
-        QElapsedTimer timer;
-        timer.start();
-        if (runCheck(checkArguments) == CheckCommand::badInput)
-            return 1;
-        checkSeconds.push_back(timer.nsecsElapsed() / 1e9);
-        const auto afterCheck = cpuSeconds();
-        checkCpu.push_back(afterCheck.first - beforeCheck.first);
-        checkChildCpu.push_back(afterCheck.second - beforeCheck.second);
-    }
+    const std::optional<RunsAgainstGzip> runs =
+        timeAgainstGzip(log, repeat, [&] { return runCheck(checkArguments) != CheckCommand::badInput; });
+    if (!runs)
+        return 1;
     const long peakRss = peakResidentKiB();
     // Measured last, so holding the text here cannot raise the peak above.
     const Result<QByteArray> text = readActivityLog(log);
     const double textBytes = text ? double(text.value().size()) : 0;
 
-    const double checkMedian = median(checkSeconds);
-    const double gzipMedian = median(gzipSeconds);
+    const double checkMedian = median(runs->seconds);
+    const double gzipMedian = median(runs->gzipSeconds);
     std::printf("file:                   %s\n", qPrintable(log));
     std::printf("decompressed bytes:     %llu (gzip trailer)\n",
                 static_cast<unsigned long long>(recordedUncompressedSize(log)));
@@ -96,8 +81,8 @@ int checkCommand(const std::vector<std::string>& arguments)
     std::printf("ratio check / gzip:     median %.2f\n", checkMedian / gzipMedian);
     // On a busy machine wall time follows the load; processor time shows
     // what the check adds to gzip's own work.
-    std::printf("cpu seconds (median):   gzip alone %.3f; check: gzip %.3f + check %.3f\n", median(gzipCpu),
-                median(checkChildCpu), median(checkCpu));
+    std::printf("cpu seconds (median):   gzip alone %.3f; check: gzip %.3f + check %.3f\n", median(runs->gzipCpu),
+                median(runs->childCpu), median(runs->cpu));
     std::printf("peak RSS:               %.1f MiB (%.1f MiB before checking)\n", peakRss / 1024.0, startRss / 1024.0);
     if (textBytes > 0)
         std::printf("peak RSS / text:        %.2f\n", peakRss * 1024.0 / textBytes);

@@ -65,4 +65,24 @@ double timeGzipAlone(const QString& path)
     return double(timer.nsecsElapsed()) / 1e9;
 }
 
+std::optional<RunsAgainstGzip> timeAgainstGzip(const QString& path, int repeat, const std::function<bool()>& work)
+{
+    RunsAgainstGzip runs;
+    for (int run = 0; run < repeat; ++run) {
+        const auto beforeGzip = cpuSeconds();
+        runs.gzipSeconds.push_back(timeGzipAlone(path));
+        const auto beforeWork = cpuSeconds();
+        runs.gzipCpu.push_back(beforeWork.second - beforeGzip.second);
+        QElapsedTimer timer;
+        timer.start();
+        if (!work())
+            return std::nullopt;
+        runs.seconds.push_back(double(timer.nsecsElapsed()) / 1e9);
+        const auto afterWork = cpuSeconds();
+        runs.cpu.push_back(afterWork.first - beforeWork.first);
+        runs.childCpu.push_back(afterWork.second - beforeWork.second);
+    }
+    return runs;
+}
+
 } // namespace corvane::bench

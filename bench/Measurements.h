@@ -3,6 +3,8 @@
 #include <QString>
 #include <QtGlobal>
 
+#include <functional>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -19,6 +21,18 @@ double median(std::vector<double> values);
 
 // Seconds that "gzip -dc path" takes with its output thrown away.
 double timeGzipAlone(const QString& path);
+
+// Runs of some work on a gzip file and of "gzip -dc" alone on it, taken in
+// turns so that a change in machine load favours neither.
+struct RunsAgainstGzip {
+    std::vector<double> seconds;  // the work's wall time
+    std::vector<double> cpu;      // the work's own processor time
+    std::vector<double> childCpu; // the processor time of the children it waited for
+    std::vector<double> gzipSeconds;
+    std::vector<double> gzipCpu;
+};
+// Nothing when the work reports a failure by returning false.
+std::optional<RunsAgainstGzip> timeAgainstGzip(const QString& path, int repeat, const std::function<bool()>& work);
 
 // The size gzip recorded for a file's data, modulo 4 GiB.
 quint64 recordedUncompressedSize(const QString& path);

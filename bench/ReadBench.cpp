@@ -47,38 +47,25 @@ int readCommand(const std::vector<std::string>& arguments)
     }
 
     const long startRss = peakResidentKiB();
-    std::vector<double> readSeconds;
-    std::vector<double> gzipSeconds;
-    std::vector<double> readCpu;
-    std::vector<double> readChildCpu;
-    std::vector<double> gzipCpu;
     qsizetype textBytes = 0;
-    // Alternating the two keeps a change in machine load from favouring either.
-    for (int run = 0; run < repeat; ++run) {
-        const auto beforeGzip = cpuSeconds();
-        gzipSeconds.push_back(timeGzipAlone(path));
-        const auto beforeRead = cpuSeconds();
-        gzipCpu.push_back(beforeRead.second - beforeGzip.second);
-        QElapsedTimer timer;
-        timer.start();
+    const std::optional<RunsAgainstGzip> runs = timeAgainstGzip(path, repeat, [&] {
         const Result<QByteArray> text = readActivityLog(path);
-        readSeconds.push_back(timer.nsecsElapsed() / 1e9);
-        const auto afterRead = cpuSeconds();
-        readCpu.push_back(afterRead.first - beforeRead.first);
-        readChildCpu.push_back(afterRead.second - beforeRead.second);
         if (!text) {
             std::fprintf(stderr, "read: %s\n", qPrintable(text.error().description));
-            return 1;
+            return false;
         }
         textBytes = text.value().size();
-    }
+        return true;
+    });
+    if (!runs)
+        return 1;
     const long peakRss = peakResidentKiB();
 
     const quint64 decompressed = recordedUncompressedSize(path);
-    const double readMedian = median(readSeconds);
-    const double gzipMedian = median(gzipSeconds);
-    const double readBest = *std::min_element(readSeconds.begin(), readSeconds.end());
-    const double gzipBest = *std::min_element(gzipSeconds.begin(), gzipSeconds.end());
+    const double readMedian = median(runs->seconds);
+    const double gzipMedian = median(runs->gzipSeconds);
+    const double readBest = *std::min_element(runs->seconds.begin(), runs->seconds.end());
+    const double gzipBest = *std::min_element(runs->gzipSeconds.begin(), runs->gzipSeconds.end());
     std::printf("file:                   %s\n", qPrintable(path));
     std::printf("bytes in (compressed):  %lld\n", static_cast<long long>(QFileInfo(path).size()));
     std::printf("decompressed bytes:     %llu (gzip trailer)\n", static_cast<unsigned long long>(decompressed));
@@ -89,8 +76,8 @@ int readCommand(const std::vector<std::string>& arguments)
     std::printf("ratio read / gzip:      median %.2f  best %.2f\n", readMedian / gzipMedian, readBest / gzipBest);
     // On a busy machine wall time depends on what else runs; the processor
     // time shows what the reading itself adds to gzip's work.
-    std::printf("cpu seconds (median):   gzip alone %.3f; read: gzip %.3f + reader %.3f\n", median(gzipCpu),
-                median(readChildCpu), median(readCpu));
+    std::printf("cpu seconds (median):   gzip alone %.3f; read: gzip %.3f + reader %.3f\n", median(runs->gzipCpu),
+                median(runs->childCpu), median(runs->cpu));
     std::printf("peak RSS:               %.1f MiB (%.1f MiB before reading)\n", peakRss / 1024.0, startRss / 1024.0);
     if (decompressed > 0)
         std::printf("peak RSS / decompressed: %.2f\n", peakRss * 1024.0 / static_cast<double>(decompressed));
