@@ -156,15 +156,6 @@ bool gateFails(Gate gate, const CheckReport& report)
     return false;
 }
 
-// A log's diagnostics; its text is let go as soon as it is parsed.
-Result<QList<BuildDiagnostic>> parseLog(const QString& path, QIODevice& input, const DiagnosticParser& parser)
-{
-    const Result<QByteArray> text = CheckInput::readLogText(path, input);
-    if (!text)
-        return text.error();
-    return parser.parse(std::string_view(text.value().constData(), size_t(text.value().size())));
-}
-
 } // namespace
 
 QString CheckCommand::helpText()
@@ -234,13 +225,13 @@ int CheckCommand::run(const QStringList& arguments, Streams streams)
     if (options.baselineFile || options.baselineLog || options.historyProject) {
         Result<QList<BuildDiagnostic>> loaded = options.baselineFile
             ? CheckInput::readBaselineFile(*options.baselineFile)
-            : options.baselineLog ? parseLog(*options.baselineLog, streams.input, parser)
+            : options.baselineLog ? CheckInput::readLogDiagnostics(*options.baselineLog, streams.input, parser)
                                   : CheckInput::readHistoryBaseline(*options.historyProject, options.historyFile);
         if (!loaded)
             return fail(loaded.error().description);
         baseline = std::move(loaded.value());
     }
-    Result<QList<BuildDiagnostic>> current = parseLog(options.log, streams.input, parser);
+    Result<QList<BuildDiagnostic>> current = CheckInput::readLogDiagnostics(options.log, streams.input, parser);
     if (!current)
         return fail(current.error().description);
 

@@ -32,11 +32,29 @@ Error fileError(const QString& path, const QFileDevice& file)
     return oneLine(path, Error{errorDomain::file, int(file.error()), file.errorString()});
 }
 
-// Feeds the rest of device, after the bytes already read, to the extraction.
-Result<QByteArray> extractFrom(const QString& path, QIODevice& device, const QByteArray& head, qint64 sizeHint)
+std::optional<Error> openForReading(const QString& path, QFile& file)
 {
-    ReadableTextExtractor extractor(sizeHint);
-    extractor.append(head);
+    if (!QFileInfo::exists(path))
+        return oneLine(path, Error{errorDomain, 2, QStringLiteral("no such file")});
+    if (QFileInfo(path).isDir())
+        return oneLine(path, Error{errorDomain, 2, QStringLiteral("is a folder")});
+    if (!file.open(QIODevice::ReadOnly))
+        return fileError(path, file);
+    return std::nullopt;
+}
+
+// Passes the text of the rest of device, after the bytes already read, to
+// the parse as it comes.
+Result<void> extractFrom(const QString& path, QIODevice& device, const QByteArray& head,
+                         DiagnosticParser::Stream& parse)
+{
+    ReadableTextExtractor extractor;
+    const auto pass = [&](QByteArrayView chunk) {
+        extractor.append(chunk);
+        parse.append(std::string_view(extractor.text().data(), size_t(extractor.text().size())));
+        extractor.discardText();
+    };
+    pass(head);
     QByteArray chunk(chunkSize, Qt::Uninitialized);
     for (;;) {
         const qint64 read = device.read(chunk.data(), chunkSize);
@@ -44,14 +62,25 @@ Result<QByteArray> extractFrom(const QString& path, QIODevice& device, const QBy
             return oneLine(path, Error{errorDomain, 1, device.errorString()});
         if (read == 0 && (device.atEnd() || !device.waitForReadyRead(-1)))
             break;
-        extractor.append(QByteArrayView(chunk.constData(), read));
+        pass(QByteArrayView(chunk.constData(), read));
     }
-    return extractor.finish();
+    const QByteArray rest = extractor.finish();
+    parse.append(std::string_view(rest.constData(), size_t(rest.size())));
+    return {};
 }
 
-// A compressed log on standard input goes to a temporary file, since gzip
-// reads the log by its path.
-Result<QByteArray> readCompressedInput(QIODevice& input, const QByteArray& head)
+// A compressed log is decompressed by gzip, which reads it by its path.
+Result<void> readCompressed(const QString& path, DiagnosticParser::Stream& parse)
+{
+    const Result<void> read = readActivityLogInPieces(
+        path, [&](QByteArrayView text) { parse.append(std::string_view(text.data(), size_t(text.size()))); });
+    if (!read)
+        return oneLine(path, read.error());
+    return {};
+}
+
+// A compressed log on standard input goes to a temporary file first.
+Result<void> readCompressedInput(QIODevice& input, const QByteArray& head, DiagnosticParser::Stream& parse)
 {
     QTemporaryFile spool;
     if (!spool.open())
@@ -69,21 +98,37 @@ Result<QByteArray> readCompressedInput(QIODevice& input, const QByteArray& head)
     }
     if (!spool.flush())
         return fileError(QStringLiteral("-"), spool);
-    Result<QByteArray> text = readActivityLog(spool.fileName());
-    if (!text)
-        return oneLine(QStringLiteral("-"), text.error());
-    return text;
+    const Result<void> read = readActivityLogInPieces(spool.fileName(), [&](QByteArrayView text) {
+        parse.append(std::string_view(text.data(), size_t(text.size())));
+    });
+    if (!read)
+        return oneLine(QStringLiteral("-"), read.error());
+    return {};
 }
 
-std::optional<Error> openForReading(const QString& path, QFile& file)
+Result<void> readLog(const QString& path, QIODevice& standardInput, DiagnosticParser::Stream& parse)
 {
-    if (!QFileInfo::exists(path))
-        return oneLine(path, Error{errorDomain, 2, QStringLiteral("no such file")});
-    if (QFileInfo(path).isDir())
-        return oneLine(path, Error{errorDomain, 2, QStringLiteral("is a folder")});
-    if (!file.open(QIODevice::ReadOnly))
+    if (path == u"-") {
+        // Two reads: a pipe may hand over a single byte first.
+        QByteArray head = standardInput.read(2);
+        if (head.size() == 1 && (standardInput.bytesAvailable() > 0 || standardInput.waitForReadyRead(-1)))
+            head += standardInput.read(1);
+        if (hasGzipSignature(head))
+            return readCompressedInput(standardInput, head, parse);
+        return extractFrom(path, standardInput, head, parse);
+    }
+
+    QFile file(path);
+    if (const std::optional<Error> error = openForReading(path, file))
+        return *error;
+    const QByteArray head = file.read(2);
+    if (file.error() != QFileDevice::NoError)
         return fileError(path, file);
-    return std::nullopt;
+    if (hasGzipSignature(head)) {
+        file.close();
+        return readCompressed(path, parse);
+    }
+    return extractFrom(path, file, head, parse);
 }
 
 Result<QByteArray> readWhole(const QString& path)
@@ -99,32 +144,13 @@ Result<QByteArray> readWhole(const QString& path)
 
 } // namespace
 
-Result<QByteArray> readLogText(const QString& path, QIODevice& standardInput)
+Result<QList<BuildDiagnostic>> readLogDiagnostics(const QString& path, QIODevice& standardInput,
+                                                  const DiagnosticParser& parser)
 {
-    if (path == u"-") {
-        // Two reads: a pipe may hand over a single byte first.
-        QByteArray head = standardInput.read(2);
-        if (head.size() == 1 && (standardInput.bytesAvailable() > 0 || standardInput.waitForReadyRead(-1)))
-            head += standardInput.read(1);
-        if (hasGzipSignature(head))
-            return readCompressedInput(standardInput, head);
-        return extractFrom(path, standardInput, head, 0);
-    }
-
-    QFile file(path);
-    if (const std::optional<Error> error = openForReading(path, file))
-        return *error;
-    const QByteArray head = file.read(2);
-    if (file.error() != QFileDevice::NoError)
-        return fileError(path, file);
-    if (hasGzipSignature(head)) {
-        file.close();
-        Result<QByteArray> text = readActivityLog(path);
-        if (!text)
-            return oneLine(path, text.error());
-        return text;
-    }
-    return extractFrom(path, file, head, file.size());
+    DiagnosticParser::Stream parse(parser);
+    if (const Result<void> read = readLog(path, standardInput, parse); !read)
+        return read.error();
+    return parse.finish();
 }
 
 Result<QList<BuildDiagnostic>> readBaselineFile(const QString& path)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "BuildDiagnostic.h"
+#include "DiagnosticParser.h"
 #include "Error.h"
 
 #include <QByteArray>
@@ -16,10 +17,11 @@ namespace corvane {
 // user, naming the file.
 namespace CheckInput {
 
-// A build log's readable text, read as the watcher reads an activity log:
-// gzip-compressed or plain, from a file or, for "-", from standardInput.
-// Plain text is streamed through the extraction so only the text is held.
-Result<QByteArray> readLogText(const QString& path, QIODevice& standardInput);
+// The diagnostics of a build log, read as the watcher reads an activity log:
+// gzip-compressed or plain, from a file or, for "-", from standardInput. The
+// text goes to the parser as it is read and is never held whole.
+Result<QList<BuildDiagnostic>> readLogDiagnostics(const QString& path, QIODevice& standardInput,
+                                                  const DiagnosticParser& parser);
 
 // The diagnostics a file written with --write-baseline holds.
 Result<QList<BuildDiagnostic>> readBaselineFile(const QString& path);

@@ -2,16 +2,13 @@
 
 #include "ParserCandidates.h"
 #include "ParserPatterns.h"
+#include "ParserRecords.h"
 #include "ParserSearch.h"
-
-#include <QRandomGenerator>
 
 #include <unicode/regex.h>
 #include <unicode/utext.h>
 
 #include <algorithm>
-#include <bit>
-#include <cstring>
 #include <limits>
 #include <string>
 #include <utility>
@@ -51,239 +48,14 @@ std::u16string locationTailPattern(std::u16string_view location)
     return tail;
 }
 
-QString slice(std::string_view text, ByteRange range)
-{
-    return QString::fromUtf8(text.data() + range.begin, qsizetype(range.end - range.begin));
-}
-
-std::string_view bytesOf(std::string_view text, ByteRange range)
-{
-    return text.substr(size_t(range.begin), size_t(range.end - range.begin));
-}
-
-// readNumber() of the captured bytes without making a string of them: it
-// takes ASCII digits only, and no byte of a non-ASCII character is one.
-std::optional<qint64> numberFrom(std::string_view captured)
-{
-    if (captured.size() > 64)
-        return DiagnosticParser::readNumber(QString::fromUtf8(captured.data(), qsizetype(captured.size())));
-    char16_t wide[64];
-    for (size_t i = 0; i < captured.size(); ++i)
-        wide[i] = static_cast<unsigned char>(captured[i]);
-    return DiagnosticParser::readNumber(QStringView(wide, qsizetype(captured.size())));
-}
-
-// The severity word in lower case, as a raw value when it is one.
-QString severityWord(std::string_view captured)
-{
-    for (const DiagnosticSeverity severity : allDiagnosticSeverities) {
-        const QString word = rawValue(severity);
-        if (qsizetype(captured.size()) == word.size()
-            && std::equal(captured.begin(), captured.end(), word.begin(), [](char c, QChar lower) {
-                   return (static_cast<unsigned char>(c) | 0x20) == lower.unicode();
-               }))
-            return word;
-    }
-    return QString::fromUtf8(captured.data(), qsizetype(captured.size())).toLower();
-}
-
-// cleanMessage() of the captured bytes. Most messages are already clean:
-// no tab, no two spaces in a row, and printable ASCII at both ends, which
-// trimming leaves alone.
-QString cleanedMessage(std::string_view captured)
-{
-    const auto printableAscii = [](char c) { return c > ' ' && c < 0x7F; };
-    const bool clean = !captured.empty() && printableAscii(captured.front()) && printableAscii(captured.back())
-        && captured.find('\t') == std::string_view::npos && captured.find("  ") == std::string_view::npos;
-    const QString text = QString::fromUtf8(captured.data(), qsizetype(captured.size()));
-    return clean ? text : DiagnosticParser::cleanMessage(text);
-}
-
-// The records kept so far, looked up by a hash of some of their fields. A
-// flat table of hashes and positions stays in the cache where a set of
-// copied keys would not; equal hashes are confirmed on the record itself.
-class RecordIndex {
-public:
-    explicit RecordIndex(std::size_t records) : m_slots(std::bit_ceil(2 * records + 16)) {}
-
-    // The position of a record for which `same` holds, or -1.
-    template <typename Same>
-    qsizetype find(std::size_t hash, Same&& same) const
-    {
-        return m_slots[probe(hash, same)].position;
-    }
-
-    // As find(), remembering `position` under `hash` when nothing is found.
-    template <typename Same>
-    qsizetype findOrAdd(std::size_t hash, qsizetype position, Same&& same)
-    {
-        Slot& slot = m_slots[probe(hash, same)];
-        if (slot.position >= 0)
-            return slot.position;
-        slot = {shortHash(hash), qint32(position)};
-        return -1;
-    }
-
-private:
-    struct Slot {
-        quint32 hash = 0;
-        qint32 position = -1;
-    };
-
-    static quint32 shortHash(std::size_t hash) { return quint32(hash ^ (hash >> 32)); }
-
-    // The slot of the record for which `same` holds, or the empty slot where
-    // it would go.
-    template <typename Same>
-    std::size_t probe(std::size_t hash, Same&& same) const
-    {
-        const std::size_t mask = m_slots.size() - 1;
-        for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
-            const Slot& slot = m_slots[i];
-            if (slot.position < 0 || (slot.hash == shortHash(hash) && same(slot.position)))
-                return i;
-        }
-    }
-
-    std::vector<Slot> m_slots;
-};
-
-// Random (version 4) ids as QUuid::createUuid() makes them. That reads the
-// system's random source for every id, which on some processors costs
-// microseconds per call, more than building the rest of a record; one seed
-// of 256 bits from it per parse keeps the ids as unlikely to repeat.
-class IdSource {
-public:
-    IdSource()
-    {
-        quint32 seed[8];
-        QRandomGenerator::system()->fillRange(seed);
-        m_random = QRandomGenerator(seed);
-    }
-
-    QUuid next()
-    {
-        quint32 words[4];
-        m_random.fillRange(words);
-        const auto low = [](quint32 word) { return ushort(word & 0xFFFF); };
-        const auto byte = [](quint32 word, int index) { return uchar(word >> (8 * index)); };
-        return QUuid(words[0], low(words[1]), ushort((words[1] >> 16 & 0x0FFF) | 0x4000),
-                     uchar((byte(words[2], 0) & 0x3F) | 0x80), byte(words[2], 1), byte(words[2], 2), byte(words[2], 3),
-                     byte(words[3], 0), byte(words[3], 1), byte(words[3], 2), byte(words[3], 3));
-    }
-
-private:
-    QRandomGenerator m_random;
-};
-
 } // namespace
 
 QList<BuildDiagnostic> DiagnosticParser::diagnosticsFromMatches(std::string_view text, const PassMatches& matches)
 {
-    QList<BuildDiagnostic> result;
-    const std::size_t most = matches.located.size() + matches.simple.size();
-    result.reserve(qsizetype(most));
-    RecordIndex signatures(most);
-    RecordIndex severityMessages(most);
-    const AbsoluteTime now = AbsoluteTime::now();
-    IdSource ids;
-
-    // The severity and message hash once for both indexes, and a path's hash
-    // is kept for the records of the same file that follow it.
-    // Holding the hashed path keeps its characters from being freed and
-    // reused by another path while it is compared by address.
-    QString hashedPath;
-    std::size_t pathHash = qHash(hashedPath);
-    auto append = [&](BuildDiagnostic diagnostic, std::size_t messageHash) {
-        if (diagnostic.filePath
-            && (diagnostic.filePath->constData() != hashedPath.constData()
-                || diagnostic.filePath->size() != hashedPath.size())) {
-            hashedPath = *diagnostic.filePath;
-            pathHash = qHash(hashedPath);
-        }
-        const std::size_t signatureHash =
-            qHashMulti(messageHash, diagnostic.filePath ? pathHash : 0, diagnostic.line.value_or(-1),
-                       diagnostic.column.value_or(-1), diagnostic.line.has_value(), diagnostic.column.has_value());
-        const qsizetype position = result.size();
-        const bool known = signatures.findOrAdd(signatureHash, position, [&](qsizetype kept) {
-            const BuildDiagnostic& k = result.at(kept);
-            return k.severity == diagnostic.severity && k.line == diagnostic.line && k.column == diagnostic.column
-                && k.message == diagnostic.message && k.filePath == diagnostic.filePath;
-        }) >= 0;
-        if (known)
-            return;
-        severityMessages.findOrAdd(messageHash, position, [&](qsizetype kept) {
-            return result.at(kept).severity == diagnostic.severity && result.at(kept).message == diagnostic.message;
-        });
-        result.append(std::move(diagnostic));
-    };
-    auto severityOf = [](const QString& word) { return severityFromRawValue(word).value_or(DiagnosticSeverity::note); };
-
-    // Consecutive diagnostics are often about the same file; they share its
-    // path's string.
-    std::string_view lastPath;
-    QString lastPathString;
-    // ":" and the number, when there is one.
-    auto numberPart = [](std::optional<qint64> number) {
-        return number ? ':' + std::to_string(*number) : std::string();
-    };
-    for (const LocatedMatch& m : matches.located) {
-        if (!m.path.valid() || !m.line.valid() || !m.severity.valid() || !m.message.valid())
-            continue;
-        BuildDiagnostic d;
-        d.message = cleanedMessage(bytesOf(text, m.message));
-        if (d.message.isEmpty())
-            continue;
-        if (bytesOf(text, m.path) != lastPath) {
-            lastPath = bytesOf(text, m.path);
-            lastPathString = slice(text, m.path);
-        }
-        d.filePath = lastPathString;
-        d.line = numberFrom(bytesOf(text, m.line));
-        const QString word = severityWord(bytesOf(text, m.severity));
-        if (m.column.valid() && !m.column.empty())
-            d.column = numberFrom(bytesOf(text, m.column));
-        d.severity = severityOf(word);
-        const std::string numbers = numberPart(d.line) + numberPart(d.column);
-        // Exactly the room it needs: a large log makes hundreds of thousands.
-        QString& raw = d.rawText;
-        raw.reserve(lastPathString.size() + qsizetype(numbers.size()) + word.size() + d.message.size() + 4);
-        raw += lastPathString;
-        raw += QLatin1StringView(numbers.data(), qsizetype(numbers.size()));
-        raw += u": ";
-        raw += word;
-        raw += u": ";
-        raw += d.message;
-        d.id = ids.next();
-        d.timestamp = now;
-        const std::size_t messageHash = qHash(d.message, int(d.severity));
-        append(std::move(d), messageHash);
-    }
-
-    for (const SimpleMatch& m : matches.simple) {
-        if (!m.severity.valid() || !m.message.valid())
-            continue;
-        const QString word = severityWord(bytesOf(text, m.severity));
-        BuildDiagnostic d;
-        d.message = cleanedMessage(bytesOf(text, m.message));
-        if (d.message.isEmpty())
-            continue;
-        d.severity = severityOf(word);
-        // A message the log also reports with its location is kept only in
-        // its located form. The word is one of the three raw values, so
-        // comparing severities compares the word with the raw value.
-        const std::size_t messageHash = qHash(d.message, int(d.severity));
-        const bool located = severityMessages.find(messageHash, [&](qsizetype kept) {
-            return result[kept].severity == d.severity && result[kept].message == d.message;
-        }) >= 0;
-        if (located)
-            continue;
-        d.rawText = word + u": " + d.message;
-        d.id = ids.next();
-        d.timestamp = now;
-        append(std::move(d), messageHash);
-    }
-    return result;
+    ParserRecords records(matches.located.size() + matches.simple.size());
+    records.addLocated(text, matches.located);
+    records.addSimple(text, matches.simple);
+    return records.finish();
 }
 
 DiagnosticParser::DiagnosticParser()
@@ -303,6 +75,13 @@ QList<BuildDiagnostic> DiagnosticParser::parse(const QString& text) const
 
 QList<BuildDiagnostic> DiagnosticParser::parse(std::string_view utf8Text) const
 {
+    ParserRecords records;
+    addMatches(*m_patterns, utf8Text, records);
+    return records.finish();
+}
+
+void DiagnosticParser::addMatches(const Patterns& patterns, std::string_view utf8Text, ParserRecords& records)
+{
     // Characters U+0000 to U+0003 separate pieces of a log like line breaks
     // do. The activity log reader never leaves them in its text, so the copy
     // is rare. The scan for them is the colon scan that both passes start
@@ -315,12 +94,72 @@ QList<BuildDiagnostic> DiagnosticParser::parse(std::string_view utf8Text) const
         candidates = findCandidates(utf8Text);
     }
     PassMatches matches;
-    if (m_patterns->location && m_patterns->locationTail)
+    if (patterns.location && patterns.locationTail)
         matches.located =
-            findLocatedAtCandidates(*m_patterns->location, *m_patterns->locationTail, utf8Text, candidates.extensions);
-    if (m_patterns->simple)
-        matches.simple = findSimpleAtCandidates(*m_patterns->simple, utf8Text, candidates.severityWords);
-    return diagnosticsFromMatches(utf8Text, matches);
+            findLocatedAtCandidates(*patterns.location, *patterns.locationTail, utf8Text, candidates.extensions);
+    if (patterns.simple)
+        matches.simple = findSimpleAtCandidates(*patterns.simple, utf8Text, candidates.severityWords);
+    records.reserve(matches.located.size() + matches.simple.size());
+    records.addLocated(utf8Text, matches.located);
+    records.addSimple(utf8Text, matches.simple);
+}
+
+DiagnosticParser::Stream::Stream(const DiagnosticParser& parser, std::size_t pieceSize)
+    : m_patterns(parser.m_patterns), m_records(std::make_unique<ParserRecords>()), m_pieceSize(pieceSize)
+{}
+
+DiagnosticParser::Stream::~Stream() = default;
+
+void DiagnosticParser::Stream::append(std::string_view utf8)
+{
+    m_pending.append(utf8);
+    if (m_pending.size() < m_pieceSize)
+        return;
+    const std::size_t cut = lastSafeCut(m_pending, m_searchedUpTo);
+    if (cut == 0) {
+        // A carriage return at the very end is undecided until the next byte.
+        m_searchedUpTo = m_pending.size() - 1;
+        return;
+    }
+    addMatches(*m_patterns, std::string_view(m_pending).substr(0, cut), *m_records);
+    m_pending.erase(0, cut);
+    m_searchedUpTo = 0;
+}
+
+QList<BuildDiagnostic> DiagnosticParser::Stream::finish()
+{
+    addMatches(*m_patterns, m_pending, *m_records);
+    m_pending.clear();
+    m_searchedUpTo = 0;
+    QList<BuildDiagnostic> diagnostics = m_records->finish();
+    m_records = std::make_unique<ParserRecords>();
+    return diagnostics;
+}
+
+// A match runs across a line break only inside "\s*", which follows a ":"
+// and takes nothing but white space. So a break right after a printable
+// ASCII character other than ":" lies inside no match, and both patterns
+// see the same lines on either side of it as in the whole text: "^" holds
+// at the start of a piece as it does after a line break. A carriage return
+// with a line feed after it (or a character that the parse turns into one)
+// ends a line only together with it.
+std::size_t DiagnosticParser::Stream::lastSafeCut(std::string_view utf8, std::size_t from)
+{
+    const auto safeBefore = [](unsigned char c) { return c > ' ' && c < 0x7F && c != ':'; };
+    const auto isPieceSeparator = [](unsigned char c) { return c <= 3; };
+    for (std::size_t i = utf8.size(); i-- > std::max<std::size_t>(from, 1);) {
+        const char c = utf8[i];
+        if (c == '\n') {
+            const std::size_t before = utf8[i - 1] == '\r' ? i - 1 : i;
+            if (before >= 1 && safeBefore(static_cast<unsigned char>(utf8[before - 1])))
+                return i + 1;
+        } else if (c == '\r') {
+            if (i + 1 < utf8.size() && utf8[i + 1] != '\n' && !isPieceSeparator(static_cast<unsigned char>(utf8[i + 1]))
+                && safeBefore(static_cast<unsigned char>(utf8[i - 1])))
+                return i + 1;
+        }
+    }
+    return 0;
 }
 
 std::vector<LocatedMatch> DiagnosticParser::locatedMatches(std::string_view normalisedUtf8) const

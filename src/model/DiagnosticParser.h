@@ -9,10 +9,13 @@
 
 #include <memory>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <vector>
 
 namespace corvane {
+
+class ParserRecords;
 
 // Turns the text of a build log into diagnostics with two ICU regular
 // expressions: a located form (absolute path, line, optional column) and a
@@ -24,14 +27,46 @@ class DiagnosticParser {
 public:
     static constexpr std::u16string_view locationPattern =
         u"(?m)(/[^\\n\\r]+?\\.(?:swift|m|mm|h|hpp|c|cc|cpp|metal|storyboard|xib|intentdefinition|xcassets)):(\\d+)(?::(\\d+))?:\\s*(error|warning|note):\\s*([^\\n\\r]+)";
-    static constexpr std::u16string_view simplePattern =
-        u"(?m)(?:^|[\\n\\r])\\s*(error|warning|note):\\s*([^\\n\\r]+)";
+    static constexpr std::u16string_view simplePattern = u"(?m)(?:^|[\\n\\r])\\s*(error|warning|note):\\s*([^\\n\\r]+)";
+
+    // The compiled patterns (ParserPatterns.h).
+    struct Patterns;
 
     DiagnosticParser();
 
     // The log text is UTF-8, as the activity log reader and the import give it.
     QList<BuildDiagnostic> parse(std::string_view utf8Text) const;
     QList<BuildDiagnostic> parse(const QString& text) const;
+
+    // Parses a log that arrives in pieces, giving what parse() gives for the
+    // whole text, while holding only the text since the last line break that
+    // no match can run across.
+    class Stream {
+    public:
+        // The text is searched whenever pieceSize bytes have come since the
+        // last search and a cut is possible; smaller pieces cost more.
+        explicit Stream(const DiagnosticParser& parser, std::size_t pieceSize = 256 * 1024);
+        ~Stream();
+        Stream(const Stream&) = delete;
+        Stream& operator=(const Stream&) = delete;
+
+        void append(std::string_view utf8);
+        // The diagnostics of everything appended; the stream starts afresh.
+        QList<BuildDiagnostic> finish();
+
+        // Where the text may be cut: just after the last line break at or
+        // after `from` that no match of either pattern can run across, or 0
+        // when there is none.
+        static std::size_t lastSafeCut(std::string_view utf8, std::size_t from = 0);
+
+    private:
+        std::shared_ptr<const Patterns> m_patterns;
+        std::unique_ptr<ParserRecords> m_records;
+        std::size_t m_pieceSize;
+        std::string m_pending;
+        // m_pending has no safe cut before this offset.
+        std::size_t m_searchedUpTo = 0;
+    };
 
     // The matches of each pass, as byte ranges into a text that is already
     // normalised (see withPieceSeparatorsAsLineFeeds). Empty when the
@@ -43,9 +78,7 @@ public:
     // records.
     static QList<BuildDiagnostic> diagnosticsFromMatches(std::string_view normalisedUtf8, const PassMatches& matches);
 
-    // The compiled patterns (ParserPatterns.h), for tests that search with
-    // them another way.
-    struct Patterns;
+    // The compiled patterns, for tests that search with them another way.
     const Patterns& patterns() const { return *m_patterns; }
 
     // Tabs to spaces, runs of spaces to one, white space trimmed at both ends.
@@ -54,6 +87,8 @@ public:
     static std::optional<qint64> readNumber(QStringView captured);
 
 private:
+    static void addMatches(const Patterns& patterns, std::string_view utf8Text, ParserRecords& records);
+
     std::shared_ptr<const Patterns> m_patterns;
 };
 

@@ -166,18 +166,28 @@ Result<void> runGzip(const QString& path, qint64 limit, const std::function<bool
     return {};
 }
 
-Result<QByteArray> readLimitedActivityLog(const QString& path, qint64 textLimit)
+// Opens a log and reads its first two bytes, enough to tell gzip.
+Result<QByteArray> openLog(QFile& file, const QString& path)
 {
-    QFile file;
     int openErrno = 0;
     if (const Result<void> opened = StorageFile::openRegularFile(file, path, &openErrno); !opened) {
         if (openErrno == EMFILE || openErrno == ENFILE || openErrno == ENOMEM)
             return Error{activityLogErrorDomain, activityLogError::lackOfResources, opened.error().description};
         return opened.error();
     }
-    const QByteArray head = file.read(2);
+    QByteArray head = file.read(2);
     if (file.error() != QFileDevice::NoError)
         return fileError(file);
+    return head;
+}
+
+Result<QByteArray> readLimitedActivityLog(const QString& path, qint64 textLimit)
+{
+    QFile file;
+    const Result<QByteArray> opened = openLog(file, path);
+    if (!opened)
+        return opened.error();
+    const QByteArray& head = opened.value();
     if (head.isEmpty())
         return QByteArray();
 
@@ -202,7 +212,51 @@ Result<QByteArray> readLimitedActivityLog(const QString& path, qint64 textLimit)
     return extractor.finish();
 }
 
+Result<void> readPieces(const QString& path, const std::function<void(QByteArrayView)>& textSink)
+{
+    QFile file;
+    const Result<QByteArray> opened = openLog(file, path);
+    if (!opened)
+        return opened.error();
+    ReadableTextExtractor extractor;
+    const auto pass = [&](QByteArrayView chunk) {
+        extractor.append(chunk);
+        if (!extractor.text().isEmpty())
+            textSink(extractor.text());
+        extractor.discardText();
+    };
+    if (!hasGzipSignature(opened.value())) {
+        pass(opened.value());
+        QByteArray chunk(qsizetype(1) << 20, Qt::Uninitialized);
+        for (qint64 read; (read = file.read(chunk.data(), chunk.size())) > 0;)
+            pass(QByteArrayView(chunk.constData(), qsizetype(read)));
+        if (file.error() != QFileDevice::NoError)
+            return fileError(file);
+    } else {
+        file.close();
+        const Result<void> run = runGzip(path, std::numeric_limits<qint64>::max(), [&](QByteArrayView chunk) {
+            pass(chunk);
+            return true;
+        });
+        if (!run)
+            return run.error();
+    }
+    const QByteArray rest = extractor.finish();
+    if (!rest.isEmpty())
+        textSink(rest);
+    return {};
+}
+
 } // namespace
+
+Result<void> readActivityLogInPieces(const QString& path, const std::function<void(QByteArrayView)>& textSink)
+{
+    try {
+        return readPieces(path, textSink);
+    } catch (const std::bad_alloc&) {
+        return tooLarge(StorageFile::readLimit());
+    }
+}
 
 bool hasGzipSignature(QByteArrayView bytes)
 {

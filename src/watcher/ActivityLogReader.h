@@ -6,6 +6,8 @@
 #include <QByteArrayView>
 #include <QString>
 
+#include <functional>
+
 namespace corvane {
 
 // Turning an Xcode activity log into text the diagnostic parser can search.
@@ -32,6 +34,11 @@ constexpr int lackOfResources = -4;
 // (or textLimit) are kept: a longer log fails. Never throws.
 Result<QByteArray> readActivityLog(const QString& path);
 Result<QByteArray> readActivityLog(const QString& path, qint64 textLimit);
+
+// The same text, handed to textSink piece by piece in order as it is read, so
+// that it never has to be held whole; no limit applies. Nothing more comes
+// after a failure, but pieces before it may have.
+Result<void> readActivityLogInPieces(const QString& path, const std::function<void(QByteArrayView)>& textSink);
 
 // Makes every read under way, and every later one, fail at once and end its
 // gzip. For quitting: nothing can be read afterwards.

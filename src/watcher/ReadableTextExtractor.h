@@ -25,6 +25,12 @@ public:
     // Ends the last run and hands over the text; the extractor is empty afterwards.
     QByteArray finish();
 
+    // The text of the runs ended so far. A reader that passes the text on as
+    // it comes takes it after each chunk and then discards it, so that only
+    // one chunk's text is held at a time.
+    QByteArrayView text() const { return m_text; }
+    void discardText() { m_text.resize(0); }
+
     static bool isTextByte(unsigned char byte) { return textByteTable().values[byte]; }
 
 private:

@@ -189,3 +189,28 @@ TEST(DiagnosticParser, LongCommandLines)
     EXPECT_EQ(found[0].message, QStringLiteral("late"));
     EXPECT_EQ(found[1].filePath, QStringLiteral("/x/Next.h"));
 }
+
+// Where a log arriving in pieces may be cut. Cutting too eagerly is caught by
+// the equivalence tests; these catch a stream that never cuts and so holds
+// the whole log.
+TEST(DiagnosticParser, StreamCutsAfterLinesNoMatchCanLeave)
+{
+    const struct {
+        std::string_view text;
+        std::size_t cut;
+    } cases[] = {
+        {"a\nb", 2},
+        {"a\rb", 2},
+        {"a\r\nb", 3},          // the pair is one line end
+        {"x\ny:\nz", 2},        // a line ending in ":" goes on below
+        {"x\ny \rz", 2},        // as does one ending in white space
+        {"x\ny\xC2\xA0\nz", 2}, // non-ASCII might be white space
+        {"a\r", 0},             // a line feed may follow
+        {"a\r\x01z", 0},        // that becomes a line feed
+        {"\nb", 0},
+        {"", 0},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(DiagnosticParser::Stream::lastSafeCut(c.text), c.cut)
+            << ::testing::PrintToString(std::string(c.text));
+}

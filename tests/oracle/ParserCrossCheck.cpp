@@ -82,6 +82,21 @@ std::optional<std::string> crossCheckParser(const DiagnosticParser& parser, std:
             return "diagnostic " + std::to_string(i) + " differs: " + fast[i].rawText.toStdString() + " / "
                 + full[i].rawText.toStdString();
     }
+
+    // The text streamed in pieces of 1 to 7 bytes, searched at every cut the
+    // stream allows, must give the same diagnostics.
+    DiagnosticParser::Stream stream(parser, 1);
+    for (size_t at = 0, piece = 1; at < utf8Text.size(); at += piece, piece = piece % 7 + 1)
+        stream.append(utf8Text.substr(at, piece));
+    const QList<BuildDiagnostic> streamed = stream.finish();
+    if (streamed.size() != full.size())
+        return "diagnostics: " + std::to_string(streamed.size()) + " streamed, " + std::to_string(full.size())
+            + " by full search";
+    for (qsizetype i = 0; i < streamed.size(); ++i) {
+        if (withoutIdentity(streamed[i]) != withoutIdentity(full[i]))
+            return "streamed diagnostic " + std::to_string(i) + " differs: " + streamed[i].rawText.toStdString() + " / "
+                + full[i].rawText.toStdString();
+    }
     return std::nullopt;
 }
 

@@ -18,6 +18,19 @@ using test::writeFile;
 
 const QString decompressPrefix = QStringLiteral("Could not decompress Xcode activity log: ");
 
+// The pieces readActivityLogInPieces hands over, joined.
+Result<QByteArray> joinedPieces(const QString& path)
+{
+    QByteArray joined;
+    const Result<void> read = readActivityLogInPieces(path, [&](QByteArrayView piece) {
+        EXPECT_FALSE(piece.isEmpty());
+        joined += piece;
+    });
+    if (!read)
+        return read.error();
+    return joined;
+}
+
 class ActivityLogReaderTest : public ::testing::Test {
 protected:
     QString logWith(const QByteArray& bytes, const QString& name = QStringLiteral("build.xcactivitylog"))
@@ -44,6 +57,7 @@ TEST_F(ActivityLogReaderTest, FilesWithoutTheGzipSignatureAreTakenAsTheyAre)
         const auto text = readActivityLog(logWith(bytes));
         ASSERT_TRUE(text.ok()) << text.error().description.toStdString();
         EXPECT_EQ(text.value(), extractReadableText(bytes));
+        EXPECT_EQ(joinedPieces(logWith(bytes)).value(), text.value());
     }
 }
 
@@ -77,6 +91,9 @@ TEST_F(ActivityLogReaderTest, LargeLogsStreamThroughGzipUnchanged)
     const auto text = readActivityLog(logWith(gzipBytes(payload)));
     ASSERT_TRUE(text.ok()) << text.error().description.toStdString();
     EXPECT_EQ(text.value(), extractReadableText(payload));
+    EXPECT_EQ(joinedPieces(logWith(gzipBytes(payload))).value(), text.value());
+    // A plain file of that size is read in pieces as well.
+    EXPECT_EQ(joinedPieces(logWith(payload, QStringLiteral("plain.log"))).value(), text.value());
 }
 
 TEST_F(ActivityLogReaderTest, AnyNonZeroGzipStatusIsAFailure)
@@ -104,6 +121,7 @@ TEST_F(ActivityLogReaderTest, AnyNonZeroGzipStatusIsAFailure)
     const auto direct = decompressActivityLog(m_dir.filePath(QStringLiteral("g.xcactivitylog")));
     ASSERT_FALSE(direct.ok());
     EXPECT_EQ(direct.error().code, 2);
+    EXPECT_EQ(joinedPieces(m_dir.filePath(QStringLiteral("g.xcactivitylog"))).error(), garbage.error());
 }
 
 TEST_F(ActivityLogReaderTest, MissingAndSpecialFilesFailAtOnce)

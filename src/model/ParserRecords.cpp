@@ -1,0 +1,272 @@
+#include "ParserRecords.h"
+
+#include "DiagnosticParser.h"
+
+#include <algorithm>
+#include <bit>
+#include <string>
+#include <utility>
+
+namespace corvane {
+
+namespace {
+
+QString slice(std::string_view text, ByteRange range)
+{
+    return QString::fromUtf8(text.data() + range.begin, qsizetype(range.end - range.begin));
+}
+
+std::string_view bytesOf(std::string_view text, ByteRange range)
+{
+    return text.substr(size_t(range.begin), size_t(range.end - range.begin));
+}
+
+// readNumber() of the captured bytes without making a string of them: it
+// takes ASCII digits only, and no byte of a non-ASCII character is one.
+std::optional<qint64> numberFrom(std::string_view captured)
+{
+    if (captured.size() > 64)
+        return DiagnosticParser::readNumber(QString::fromUtf8(captured.data(), qsizetype(captured.size())));
+    char16_t wide[64];
+    for (size_t i = 0; i < captured.size(); ++i)
+        wide[i] = static_cast<unsigned char>(captured[i]);
+    return DiagnosticParser::readNumber(QStringView(wide, qsizetype(captured.size())));
+}
+
+// The severity word in lower case, as a raw value when it is one.
+QString severityWord(std::string_view captured)
+{
+    for (const DiagnosticSeverity severity : allDiagnosticSeverities) {
+        const QString word = rawValue(severity);
+        if (qsizetype(captured.size()) == word.size()
+            && std::equal(captured.begin(), captured.end(), word.begin(), [](char c, QChar lower) {
+                   return (static_cast<unsigned char>(c) | 0x20) == lower.unicode();
+               }))
+            return word;
+    }
+    return QString::fromUtf8(captured.data(), qsizetype(captured.size())).toLower();
+}
+
+DiagnosticSeverity severityOf(const QString& word)
+{
+    return severityFromRawValue(word).value_or(DiagnosticSeverity::note);
+}
+
+// cleanMessage() of the captured bytes. Most messages are already clean:
+// no tab, no two spaces in a row, and printable ASCII at both ends, which
+// trimming leaves alone.
+QString cleanedMessage(std::string_view captured)
+{
+    const auto printableAscii = [](char c) { return c > ' ' && c < 0x7F; };
+    const bool clean = !captured.empty() && printableAscii(captured.front()) && printableAscii(captured.back())
+        && captured.find('\t') == std::string_view::npos && captured.find("  ") == std::string_view::npos;
+    const QString text = QString::fromUtf8(captured.data(), qsizetype(captured.size()));
+    return clean ? text : DiagnosticParser::cleanMessage(text);
+}
+
+// ":" and the number, when there is one.
+std::string numberPart(std::optional<qint64> number) { return number ? ':' + std::to_string(*number) : std::string(); }
+
+// Random (version 4) ids are made as QUuid::createUuid() makes them, but
+// from one seed of 256 bits of the system's random source per parse: reading
+// that source for every id costs microseconds on some processors, more than
+// building the rest of a record, and the ids stay as unlikely to repeat.
+QRandomGenerator seededGenerator()
+{
+    quint32 seed[8];
+    QRandomGenerator::system()->fillRange(seed);
+    return QRandomGenerator(seed);
+}
+
+} // namespace
+
+ParserRecords::Index::Index(std::size_t records) : m_slots(std::bit_ceil(2 * records + 16)) {}
+
+template <typename Same>
+std::size_t ParserRecords::Index::probe(quint32 hash, Same&& same) const
+{
+    const std::size_t mask = m_slots.size() - 1;
+    for (std::size_t i = hash & mask;; i = (i + 1) & mask) {
+        const Slot& slot = m_slots[i];
+        if (slot.position < 0 || (slot.hash == hash && same(slot.position)))
+            return i;
+    }
+}
+
+template <typename Same>
+qsizetype ParserRecords::Index::find(std::size_t hash, Same&& same) const
+{
+    return m_slots[probe(shortHash(hash), same)].position;
+}
+
+template <typename Same>
+qsizetype ParserRecords::Index::findOrAdd(std::size_t hash, qsizetype position, Same&& same)
+{
+    const quint32 key = shortHash(hash);
+    const std::size_t at = probe(key, same);
+    if (m_slots[at].position >= 0)
+        return m_slots[at].position;
+    m_slots[at] = {key, qint32(position)};
+    if (++m_used * 2 > m_slots.size())
+        grow();
+    return -1;
+}
+
+// Slots are placed by the short hash they keep, so they move without their
+// records being hashed again.
+void ParserRecords::Index::grow()
+{
+    std::vector<Slot> old(m_slots.size() * 2);
+    std::swap(old, m_slots);
+    const std::size_t mask = m_slots.size() - 1;
+    for (const Slot& slot : old) {
+        if (slot.position < 0)
+            continue;
+        std::size_t i = slot.hash & mask;
+        while (m_slots[i].position >= 0)
+            i = (i + 1) & mask;
+        m_slots[i] = slot;
+    }
+}
+
+void ParserRecords::Index::reserve(std::size_t more)
+{
+    while ((m_used + more) * 2 > m_slots.size())
+        grow();
+}
+
+ParserRecords::ParserRecords(std::size_t expectedRecords)
+    : m_signatures(expectedRecords),
+      m_severityMessages(expectedRecords),
+      m_now(AbsoluteTime::now()),
+      m_random(seededGenerator()),
+      m_pathHash(qHash(m_hashedPath))
+{
+    m_result.reserve(qsizetype(expectedRecords));
+}
+
+QUuid ParserRecords::nextId()
+{
+    quint32 words[4];
+    m_random.fillRange(words);
+    const auto low = [](quint32 word) { return ushort(word & 0xFFFF); };
+    const auto byte = [](quint32 word, int index) { return uchar(word >> (8 * index)); };
+    return QUuid(words[0], low(words[1]), ushort((words[1] >> 16 & 0x0FFF) | 0x4000),
+                 uchar((byte(words[2], 0) & 0x3F) | 0x80), byte(words[2], 1), byte(words[2], 2), byte(words[2], 3),
+                 byte(words[3], 0), byte(words[3], 1), byte(words[3], 2), byte(words[3], 3));
+}
+
+void ParserRecords::append(BuildDiagnostic diagnostic, std::size_t messageHash)
+{
+    if (diagnostic.filePath
+        && (diagnostic.filePath->constData() != m_hashedPath.constData()
+            || diagnostic.filePath->size() != m_hashedPath.size())) {
+        m_hashedPath = *diagnostic.filePath;
+        m_pathHash = qHash(m_hashedPath);
+    }
+    const std::size_t signatureHash =
+        qHashMulti(messageHash, diagnostic.filePath ? m_pathHash : 0, diagnostic.line.value_or(-1),
+                   diagnostic.column.value_or(-1), diagnostic.line.has_value(), diagnostic.column.has_value());
+    const qsizetype position = m_result.size();
+    const bool known = m_signatures.findOrAdd(signatureHash, position, [&](qsizetype kept) {
+        const BuildDiagnostic& k = m_result.at(kept);
+        return k.severity == diagnostic.severity && k.line == diagnostic.line && k.column == diagnostic.column
+            && k.message == diagnostic.message && k.filePath == diagnostic.filePath;
+    }) >= 0;
+    if (known)
+        return;
+    m_severityMessages.findOrAdd(messageHash, position, [&](qsizetype kept) {
+        return m_result.at(kept).severity == diagnostic.severity && m_result.at(kept).message == diagnostic.message;
+    });
+    m_result.append(std::move(diagnostic));
+}
+
+void ParserRecords::reserve(std::size_t more)
+{
+    m_signatures.reserve(more);
+    m_severityMessages.reserve(more);
+    // Doubling, so that a log that comes in many pieces is not copied for each.
+    const qsizetype wanted = m_result.size() + qsizetype(more);
+    if (wanted > m_result.capacity())
+        m_result.reserve(std::max(wanted, 2 * m_result.capacity()));
+}
+
+void ParserRecords::addLocated(std::string_view text, const std::vector<LocatedMatch>& matches)
+{
+    // Consecutive diagnostics are often about the same file; they share its
+    // path's string.
+    std::string_view lastPath;
+    QString lastPathString;
+    for (const LocatedMatch& m : matches) {
+        if (!m.path.valid() || !m.line.valid() || !m.severity.valid() || !m.message.valid())
+            continue;
+        BuildDiagnostic d;
+        d.message = cleanedMessage(bytesOf(text, m.message));
+        if (d.message.isEmpty())
+            continue;
+        if (bytesOf(text, m.path) != lastPath) {
+            lastPath = bytesOf(text, m.path);
+            lastPathString = slice(text, m.path);
+        }
+        d.filePath = lastPathString;
+        d.line = numberFrom(bytesOf(text, m.line));
+        const QString word = severityWord(bytesOf(text, m.severity));
+        if (m.column.valid() && !m.column.empty())
+            d.column = numberFrom(bytesOf(text, m.column));
+        d.severity = severityOf(word);
+        const std::string numbers = numberPart(d.line) + numberPart(d.column);
+        // Exactly the room it needs: a large log makes hundreds of thousands.
+        QString& raw = d.rawText;
+        raw.reserve(lastPathString.size() + qsizetype(numbers.size()) + word.size() + d.message.size() + 4);
+        raw += lastPathString;
+        raw += QLatin1StringView(numbers.data(), qsizetype(numbers.size()));
+        raw += u": ";
+        raw += word;
+        raw += u": ";
+        raw += d.message;
+        d.id = nextId();
+        d.timestamp = m_now;
+        const std::size_t messageHash = qHash(d.message, int(d.severity));
+        append(std::move(d), messageHash);
+    }
+}
+
+void ParserRecords::addSimple(std::string_view text, const std::vector<SimpleMatch>& matches)
+{
+    for (const SimpleMatch& m : matches) {
+        if (!m.severity.valid() || !m.message.valid())
+            continue;
+        PendingSimple pending;
+        pending.word = severityWord(bytesOf(text, m.severity));
+        BuildDiagnostic& d = pending.diagnostic;
+        d.message = cleanedMessage(bytesOf(text, m.message));
+        if (d.message.isEmpty())
+            continue;
+        d.severity = severityOf(pending.word);
+        pending.messageHash = qHash(d.message, int(d.severity));
+        m_simple.push_back(std::move(pending));
+    }
+}
+
+QList<BuildDiagnostic> ParserRecords::finish()
+{
+    for (PendingSimple& pending : m_simple) {
+        BuildDiagnostic& d = pending.diagnostic;
+        // A message the log also reports with its location is kept only in
+        // its located form. The word is one of the three raw values, so
+        // comparing severities compares the word with the raw value.
+        const bool located = m_severityMessages.find(pending.messageHash, [&](qsizetype kept) {
+            return m_result[kept].severity == d.severity && m_result[kept].message == d.message;
+        }) >= 0;
+        if (located)
+            continue;
+        d.rawText = pending.word + u": " + d.message;
+        d.id = nextId();
+        d.timestamp = m_now;
+        append(std::move(d), pending.messageHash);
+    }
+    m_simple.clear();
+    return std::exchange(m_result, {});
+}
+
+} // namespace corvane

@@ -1,0 +1,88 @@
+#pragma once
+
+// Internal to the parser: the records of both passes' matches, in the parse's
+// order and with its de-duplication. Matches may come a piece of text at a
+// time, as long as the pieces come in text order.
+
+#include "BuildDiagnostic.h"
+#include "ParserMatches.h"
+
+#include <QList>
+#include <QRandomGenerator>
+
+#include <string_view>
+#include <vector>
+
+namespace corvane {
+
+class ParserRecords {
+public:
+    // expectedRecords only sizes the first tables.
+    explicit ParserRecords(std::size_t expectedRecords = 0);
+
+    // Room for `more` records beyond those kept, so that the tables of a
+    // whole log are sized once.
+    void reserve(std::size_t more);
+    // Matches whose ranges point into text.
+    void addLocated(std::string_view text, const std::vector<LocatedMatch>& matches);
+    // Kept aside until finish(): a simple match is dropped when any located
+    // match of the whole log has its severity and message.
+    void addSimple(std::string_view text, const std::vector<SimpleMatch>& matches);
+    // The located records in text order, then the simple ones.
+    QList<BuildDiagnostic> finish();
+
+private:
+    // The records kept so far, looked up by a hash of some of their fields.
+    // A flat table of hashes and positions stays in the cache where a set of
+    // copied keys would not; equal hashes are confirmed on the record itself.
+    class Index {
+    public:
+        explicit Index(std::size_t records);
+
+        // The position of a record for which `same` holds, or -1.
+        template <typename Same>
+        qsizetype find(std::size_t hash, Same&& same) const;
+        // As find(), remembering `position` under `hash` when nothing is found.
+        template <typename Same>
+        qsizetype findOrAdd(std::size_t hash, qsizetype position, Same&& same);
+        void reserve(std::size_t more);
+
+    private:
+        struct Slot {
+            quint32 hash = 0;
+            qint32 position = -1;
+        };
+        static quint32 shortHash(std::size_t hash) { return quint32(hash ^ (hash >> 32)); }
+        template <typename Same>
+        std::size_t probe(quint32 hash, Same&& same) const;
+        void grow();
+
+        std::vector<Slot> m_slots;
+        std::size_t m_used = 0;
+    };
+
+    // A simple match's record, waiting for the end of the located ones.
+    struct PendingSimple {
+        BuildDiagnostic diagnostic;
+        QString word;
+        std::size_t messageHash = 0;
+    };
+
+    void append(BuildDiagnostic diagnostic, std::size_t messageHash);
+    QUuid nextId();
+
+    QList<BuildDiagnostic> m_result;
+    std::vector<PendingSimple> m_simple;
+    Index m_signatures;
+    Index m_severityMessages;
+    AbsoluteTime m_now;
+    QRandomGenerator m_random;
+    // The severity and message hash once for both indexes, and a path's hash
+    // is kept for the records of the same file that follow it. Holding the
+    // hashed path keeps its characters from being freed and reused by
+    // another path while it is compared by address.
+    QString m_hashedPath;
+    std::size_t m_pathHash = 0;
+};
+
+} // namespace corvane
