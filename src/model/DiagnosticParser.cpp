@@ -5,12 +5,16 @@
 #include "ParserRecords.h"
 #include "ParserSearch.h"
 
+#include <QThread>
+
 #include <unicode/regex.h>
 #include <unicode/utext.h>
 
 #include <algorithm>
+#include <future>
 #include <limits>
 #include <string>
+#include <system_error>
 #include <utility>
 
 namespace corvane {
@@ -75,9 +79,47 @@ QList<BuildDiagnostic> DiagnosticParser::parse(const QString& text) const
 
 QList<BuildDiagnostic> DiagnosticParser::parse(std::string_view utf8Text) const
 {
-    ParserRecords records;
-    addMatches(*m_patterns, utf8Text, records);
-    return records.finish();
+    // A large log is searched in parts at once, one per processor, each
+    // part starting after a line that no match can leave, so that every
+    // part finds the matches the whole text has there. Their records are
+    // then joined in text order, dropping what an earlier part already has.
+    const std::vector<std::string_view> parts = partsOf(utf8Text);
+    std::vector<ParserRecords> records(parts.size());
+    std::vector<std::future<void>> others;
+    for (std::size_t i = 1; i < parts.size(); ++i) {
+        const auto search = [&, i] { addMatches(*m_patterns, parts[i], records[i]); };
+        try {
+            others.push_back(std::async(std::launch::async, search));
+        } catch (const std::system_error&) {
+            // No thread to be had: this one does the part itself.
+            search();
+        }
+    }
+    addMatches(*m_patterns, parts[0], records[0]);
+    for (std::future<void>& other : others)
+        other.get();
+    for (std::size_t i = 1; i < parts.size(); ++i)
+        records[0].takeFrom(std::move(records[i]));
+    return records[0].finish();
+}
+
+std::vector<std::string_view> DiagnosticParser::partsOf(std::string_view utf8Text)
+{
+    // Smaller parts cost more in starting threads and joining than they save.
+    constexpr std::size_t minimumPartBytes = 8 * 1024 * 1024;
+    const std::size_t count =
+        std::min<std::size_t>(std::max(1, QThread::idealThreadCount()), utf8Text.size() / minimumPartBytes);
+    std::vector<std::string_view> parts;
+    std::size_t start = 0;
+    for (std::size_t k = 1; k < count; ++k) {
+        const std::size_t cut = Stream::lastSafeCut(utf8Text.substr(0, k * utf8Text.size() / count), start);
+        if (cut <= start)
+            continue;
+        parts.push_back(utf8Text.substr(start, cut - start));
+        start = cut;
+    }
+    parts.push_back(utf8Text.substr(start));
+    return parts;
 }
 
 void DiagnosticParser::addMatches(const Patterns& patterns, std::string_view utf8Text, ParserRecords& records)

@@ -4,7 +4,10 @@
 
 #include <algorithm>
 #include <bit>
+#include <charconv>
+#include <iterator>
 #include <string>
+#include <unordered_map>
 #include <utility>
 
 namespace corvane {
@@ -52,20 +55,33 @@ DiagnosticSeverity severityOf(const QString& word)
     return severityFromRawValue(word).value_or(DiagnosticSeverity::note);
 }
 
-// cleanMessage() of the captured bytes. Most messages are already clean:
-// no tab, no two spaces in a row, and printable ASCII at both ends, which
-// trimming leaves alone.
-QString cleanedMessage(std::string_view captured)
+// Whether cleanMessage() would leave the captured bytes as they are, as it
+// does for most messages: no tab, no two spaces in a row, and printable
+// ASCII at both ends, which trimming leaves alone.
+bool isCleanMessage(std::string_view captured)
 {
     const auto printableAscii = [](char c) { return c > ' ' && c < 0x7F; };
-    const bool clean = !captured.empty() && printableAscii(captured.front()) && printableAscii(captured.back())
+    return !captured.empty() && printableAscii(captured.front()) && printableAscii(captured.back())
         && captured.find('\t') == std::string_view::npos && captured.find("  ") == std::string_view::npos;
+}
+
+// cleanMessage() of the captured bytes.
+QString cleanedMessage(std::string_view captured)
+{
     const QString text = QString::fromUtf8(captured.data(), qsizetype(captured.size()));
-    return clean ? text : DiagnosticParser::cleanMessage(text);
+    return isCleanMessage(captured) ? text : DiagnosticParser::cleanMessage(text);
 }
 
 // ":" and the number, when there is one.
-std::string numberPart(std::optional<qint64> number) { return number ? ':' + std::to_string(*number) : std::string(); }
+void appendNumberPart(std::string& text, std::optional<qint64> number)
+{
+    if (!number)
+        return;
+    char digits[24];
+    const auto written = std::to_chars(std::begin(digits), std::end(digits), *number);
+    text += ':';
+    text.append(digits, written.ptr);
+}
 
 // Random (version 4) ids are made as QUuid::createUuid() makes them, but
 // from one seed of 256 bits of the system's random source per parse: reading
@@ -131,13 +147,24 @@ void ParserRecords::Index::grow()
 
 void ParserRecords::Index::reserve(std::size_t more)
 {
-    while ((m_used + more) * 2 > m_slots.size())
-        grow();
+    if ((m_used + more) * 2 <= m_slots.size())
+        return;
+    // One step to the size that fits, rather than doubling again and again.
+    Index larger(m_used + more);
+    const std::size_t mask = larger.m_slots.size() - 1;
+    for (const Slot& slot : m_slots) {
+        if (slot.position < 0)
+            continue;
+        std::size_t i = slot.hash & mask;
+        while (larger.m_slots[i].position >= 0)
+            i = (i + 1) & mask;
+        larger.m_slots[i] = slot;
+    }
+    m_slots = std::move(larger.m_slots);
 }
 
 ParserRecords::ParserRecords(std::size_t expectedRecords)
     : m_signatures(expectedRecords),
-      m_severityMessages(expectedRecords),
       m_now(AbsoluteTime::now()),
       m_random(seededGenerator()),
       m_pathHash(qHash(m_hashedPath))
@@ -156,7 +183,7 @@ QUuid ParserRecords::nextId()
                  byte(words[3], 0), byte(words[3], 1), byte(words[3], 2), byte(words[3], 3));
 }
 
-void ParserRecords::append(BuildDiagnostic diagnostic, std::size_t messageHash)
+bool ParserRecords::append(BuildDiagnostic diagnostic, std::size_t messageHash)
 {
     if (diagnostic.filePath
         && (diagnostic.filePath->constData() != m_hashedPath.constData()
@@ -174,21 +201,20 @@ void ParserRecords::append(BuildDiagnostic diagnostic, std::size_t messageHash)
             && k.message == diagnostic.message && k.filePath == diagnostic.filePath;
     }) >= 0;
     if (known)
-        return;
-    m_severityMessages.findOrAdd(messageHash, position, [&](qsizetype kept) {
-        return m_result.at(kept).severity == diagnostic.severity && m_result.at(kept).message == diagnostic.message;
-    });
+        return false;
     m_result.append(std::move(diagnostic));
+    m_messageHashes.push_back(messageHash);
+    return true;
 }
 
 void ParserRecords::reserve(std::size_t more)
 {
     m_signatures.reserve(more);
-    m_severityMessages.reserve(more);
     // Doubling, so that a log that comes in many pieces is not copied for each.
     const qsizetype wanted = m_result.size() + qsizetype(more);
     if (wanted > m_result.capacity())
         m_result.reserve(std::max(wanted, 2 * m_result.capacity()));
+    m_messageHashes.reserve(std::size_t(m_result.capacity()));
 }
 
 void ParserRecords::addLocated(std::string_view text, const std::vector<LocatedMatch>& matches)
@@ -201,7 +227,11 @@ void ParserRecords::addLocated(std::string_view text, const std::vector<LocatedM
         if (!m.path.valid() || !m.line.valid() || !m.severity.valid() || !m.message.valid())
             continue;
         BuildDiagnostic d;
-        d.message = cleanedMessage(bytesOf(text, m.message));
+        const std::string_view messageBytes = bytesOf(text, m.message);
+        const bool clean = isCleanMessage(messageBytes);
+        d.message = clean
+            ? QString::fromUtf8(messageBytes.data(), qsizetype(messageBytes.size()))
+            : DiagnosticParser::cleanMessage(QString::fromUtf8(messageBytes.data(), qsizetype(messageBytes.size())));
         if (d.message.isEmpty())
             continue;
         if (bytesOf(text, m.path) != lastPath) {
@@ -214,16 +244,20 @@ void ParserRecords::addLocated(std::string_view text, const std::vector<LocatedM
         if (m.column.valid() && !m.column.empty())
             d.column = numberFrom(bytesOf(text, m.column));
         d.severity = severityOf(word);
-        const std::string numbers = numberPart(d.line) + numberPart(d.column);
-        // Exactly the room it needs: a large log makes hundreds of thousands.
-        QString& raw = d.rawText;
-        raw.reserve(lastPathString.size() + qsizetype(numbers.size()) + word.size() + d.message.size() + 4);
-        raw += lastPathString;
-        raw += QLatin1StringView(numbers.data(), qsizetype(numbers.size()));
-        raw += u": ";
-        raw += word;
-        raw += u": ";
-        raw += d.message;
+        // The raw text is put together in UTF-8 and converted once: a large
+        // log makes hundreds of thousands of them.
+        std::string& raw = m_rawText;
+        raw.assign(lastPath);
+        appendNumberPart(raw, d.line);
+        appendNumberPart(raw, d.column);
+        raw += ": ";
+        raw += word.toStdString();
+        raw += ": ";
+        if (clean)
+            raw += messageBytes;
+        else
+            raw += d.message.toStdString();
+        d.rawText = QString::fromUtf8(raw.data(), qsizetype(raw.size()));
         d.id = nextId();
         d.timestamp = m_now;
         const std::size_t messageHash = qHash(d.message, int(d.severity));
@@ -248,24 +282,62 @@ void ParserRecords::addSimple(std::string_view text, const std::vector<SimpleMat
     }
 }
 
+void ParserRecords::takeFrom(ParserRecords&& later)
+{
+    reserve(std::size_t(later.m_result.size()));
+    for (BuildDiagnostic& diagnostic : later.m_result) {
+        const std::size_t messageHash = qHash(diagnostic.message, int(diagnostic.severity));
+        append(std::move(diagnostic), messageHash);
+    }
+    later.m_result.clear();
+    later.m_messageHashes.clear();
+    std::move(later.m_simple.begin(), later.m_simple.end(), std::back_inserter(m_simple));
+    later.m_simple.clear();
+}
+
 QList<BuildDiagnostic> ParserRecords::finish()
 {
-    for (PendingSimple& pending : m_simple) {
+    // A message the log also reports with its location is kept only in its
+    // located form. Simple matches are few, so each record's message hash
+    // is looked up among theirs instead of every record being indexed by
+    // severity and message.
+    std::vector<bool> reportedWithLocation(m_simple.size());
+    if (!m_simple.empty()) {
+        std::unordered_multimap<std::size_t, std::size_t> simpleByMessage;
+        for (std::size_t i = 0; i < m_simple.size(); ++i)
+            simpleByMessage.emplace(m_simple[i].messageHash, i);
+        for (qsizetype r = 0; r < m_result.size(); ++r) {
+            const auto [first, last] = simpleByMessage.equal_range(m_messageHashes[std::size_t(r)]);
+            for (auto it = first; it != last; ++it) {
+                const BuildDiagnostic& simple = m_simple[it->second].diagnostic;
+                if (simple.severity == m_result[r].severity && simple.message == m_result[r].message)
+                    reportedWithLocation[it->second] = true;
+            }
+        }
+    }
+    // Simple records kept so far, by severity and message.
+    Index keptSimple(m_simple.size());
+    for (std::size_t i = 0; i < m_simple.size(); ++i) {
+        PendingSimple& pending = m_simple[i];
         BuildDiagnostic& d = pending.diagnostic;
-        // A message the log also reports with its location is kept only in
-        // its located form. The word is one of the three raw values, so
-        // comparing severities compares the word with the raw value.
-        const bool located = m_severityMessages.find(pending.messageHash, [&](qsizetype kept) {
+        if (reportedWithLocation[i])
+            continue;
+        // The word is one of the three raw values, so comparing severities
+        // compares the word with the raw value.
+        const auto same = [&](qsizetype kept) {
             return m_result[kept].severity == d.severity && m_result[kept].message == d.message;
-        }) >= 0;
-        if (located)
+        };
+        if (keptSimple.find(pending.messageHash, same) >= 0)
             continue;
         d.rawText = pending.word + u": " + d.message;
         d.id = nextId();
         d.timestamp = m_now;
-        append(std::move(d), pending.messageHash);
+        const qsizetype position = m_result.size();
+        if (append(std::move(d), pending.messageHash))
+            keptSimple.findOrAdd(pending.messageHash, position, same);
     }
     m_simple.clear();
+    m_messageHashes.clear();
     return std::exchange(m_result, {});
 }
 

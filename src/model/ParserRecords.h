@@ -10,6 +10,7 @@
 #include <QList>
 #include <QRandomGenerator>
 
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -28,6 +29,9 @@ public:
     // Kept aside until finish(): a simple match is dropped when any located
     // match of the whole log has its severity and message.
     void addSimple(std::string_view text, const std::vector<SimpleMatch>& matches);
+    // Adds what `later`, which was given the text that follows this one's,
+    // has found, as if its matches had been added here.
+    void takeFrom(ParserRecords&& later);
     // The located records in text order, then the simple ones.
     QList<BuildDiagnostic> finish();
 
@@ -68,13 +72,17 @@ private:
         std::size_t messageHash = 0;
     };
 
-    void append(BuildDiagnostic diagnostic, std::size_t messageHash);
+    // False when a record of the same signature is there already.
+    bool append(BuildDiagnostic diagnostic, std::size_t messageHash);
     QUuid nextId();
 
     QList<BuildDiagnostic> m_result;
+    // The hash of each kept record's severity and message.
+    std::vector<std::size_t> m_messageHashes;
     std::vector<PendingSimple> m_simple;
     Index m_signatures;
-    Index m_severityMessages;
+    // The raw text being put together, kept for its capacity.
+    std::string m_rawText;
     AbsoluteTime m_now;
     QRandomGenerator m_random;
     // The severity and message hash once for both indexes, and a path's hash

@@ -8,6 +8,7 @@
 #include <gtest/gtest.h>
 
 #include <QByteArray>
+#include <QThread>
 
 #include <array>
 #include <random>
@@ -218,5 +219,33 @@ TEST(DiagnosticParserEquivalence, ByteSoup)
         expectAgreement(parser, text, seed);
         if (::testing::Test::HasFailure())
             return;
+    }
+}
+
+// A large log is searched in parts at once and the parts' records joined.
+// The same random pieces in both halves make duplicates across the join, and
+// simple lines whose located form is in the other half.
+TEST(DiagnosticParserEquivalence, LargeLogsSearchedInPartsAgreeWithTheStream)
+{
+    if (QThread::idealThreadCount() < 2)
+        GTEST_SKIP() << "one processor: the log is not split";
+    // Mostly plain command lines, which the search passes quickly.
+    const std::string commandLine =
+        "CompileSwift normal arm64 " + std::string(2000, 'x') + " -module-name App\r";
+    std::string half;
+    for (uint32_t seed = 1; half.size() < 9 * 1024 * 1024; ++seed)
+        half += RandomLog(seed).text(10) + "\r" + commandLine;
+    const std::string text = half + half;
+
+    const DiagnosticParser parser;
+    DiagnosticParser::Stream stream(parser);
+    stream.append(text);
+    const QList<BuildDiagnostic> streamed = stream.finish();
+    const QList<BuildDiagnostic> parsed = parser.parse(text);
+    ASSERT_EQ(parsed.size(), streamed.size());
+    ASSERT_GT(parsed.size(), 1000);
+    for (qsizetype i = 0; i < parsed.size(); ++i) {
+        ASSERT_EQ(parsed[i].rawText, streamed[i].rawText) << i;
+        ASSERT_EQ(parsed[i].signature(), streamed[i].signature()) << i;
     }
 }
