@@ -58,6 +58,8 @@ struct RunTimes {
     qsizetype fixedDiagnostics = 0;
     qint64 historyBytes = 0;
     double peakRssMiB = 0;
+    // The peak of this run alone, with the history it started from.
+    double runPeakRssMiB = 0;
     // Processor seconds over the run: this process (all its threads) and gzip.
     double cpuSelf = 0;
     double cpuGzip = 0;
@@ -80,6 +82,27 @@ QString loadAverage()
     const QList<QByteArray> fields = file.readAll().split(' ');
     return fields.size() >= 3 ? QString::fromLatin1(fields[0] + ' ' + fields[1] + ' ' + fields[2])
                               : QStringLiteral("?");
+}
+
+// The most this process has held resident since the last resetPeakResident(),
+// in MiB; Linux keeps that figure for us and lets us reset it. 0 elsewhere.
+double peakResidentSinceResetMiB()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
+    }
+    return 0;
+}
+
+void resetPeakResident()
+{
+    QFile clear(QStringLiteral("/proc/self/clear_refs"));
+    if (clear.open(QIODevice::WriteOnly))
+        clear.write("5");
 }
 
 double secondsOf(const QElapsedTimer& timer) { return double(timer.nsecsElapsed()) / 1e9; }
@@ -130,12 +153,13 @@ void runEventLoopFor(int milliseconds)
 
 void printRun(int index, const RunTimes& r)
 {
-    std::printf(
-        "run %d (%s): total %.2f s = detect %.2f + read %.2f + parse/compare %.2f + save %.2f; "
-        "%lld diagnostics, %lld new, %lld fixed; history file %.1f MB; peak RSS %.0f MiB; cpu %.2f s + gzip %.2f s\n",
-        index, r.compared ? "compared" : "first build", r.total, r.detect, r.read, r.record, r.save,
-        qlonglong(r.diagnostics), qlonglong(r.newDiagnostics), qlonglong(r.fixedDiagnostics),
-        double(r.historyBytes) / 1e6, r.peakRssMiB, r.cpuSelf, r.cpuGzip);
+    std::printf("run %d (%s): total %.2f s = detect %.2f + read %.2f + parse/compare %.2f + save %.2f; "
+                "%lld diagnostics, %lld new, %lld fixed; history file %.1f MB; peak RSS %.0f MiB, in this run %.0f MiB "
+                "= %.2f x the text; cpu %.2f s + gzip %.2f s\n",
+                index, r.compared ? "compared" : "first build", r.total, r.detect, r.read, r.record, r.save,
+                qlonglong(r.diagnostics), qlonglong(r.newDiagnostics), qlonglong(r.fixedDiagnostics),
+                double(r.historyBytes) / 1e6, r.peakRssMiB, r.runPeakRssMiB,
+                r.runPeakRssMiB * 1024.0 * 1024.0 / double(std::max<qsizetype>(r.textBytes, 1)), r.cpuSelf, r.cpuGzip);
     std::fflush(stdout);
 }
 
@@ -212,10 +236,12 @@ int runCaptureBench(const std::vector<std::string>& arguments)
             stop();
         }
     };
-    watcher.onBuild = [&](const QString& logPath, const QByteArray& text) {
+    watcher.onBuild = [&](const QString& logPath, QList<QByteArray> textBlocks) {
         marks.delivered = clock.nsecsElapsed();
-        marks.textBytes = text.size();
-        store.captureBuild(text, logPath);
+        marks.textBytes = 0;
+        for (const QByteArray& block : textBlocks)
+            marks.textBytes += block.size();
+        store.captureBuild(std::move(textBlocks), logPath);
         marks.saved = clock.nsecsElapsed();
         stop();
     };
@@ -246,6 +272,7 @@ int runCaptureBench(const std::vector<std::string>& arguments)
         // interval.
         runEventLoopFor(int(QRandomGenerator::global()->bounded(int(XcodeBuildWatcher::pollInterval.count()))));
         marks = Marks{};
+        resetPeakResident();
         const auto cpuBefore = cpuSeconds();
         marks.placed = clock.nsecsElapsed();
         if (!QFile::rename(copy, log)) {
@@ -285,6 +312,7 @@ int runCaptureBench(const std::vector<std::string>& arguments)
         r.fixedDiagnostics = session.comparison.fixedDiagnostics.size();
         r.historyBytes = QFileInfo(historyFile).size();
         r.peakRssMiB = peakResidentKiB() / 1024.0;
+        r.runPeakRssMiB = peakResidentSinceResetMiB();
         printRun(run, r);
         runs.push_back(r);
 
@@ -354,6 +382,7 @@ int runCaptureBench(const std::vector<std::string>& arguments)
                 "compare %.3f s (%lld new); save of %lld sessions %.2f s%s, again %.2f s\n",
                 gzipAlone, readAlone, parseAlone, compareAlone, qlonglong(comparison.newDiagnosticIDs.size()),
                 qlonglong(sessions.size()), saveAlone, saved ? "" : " (failed)", saveAgain);
+    std::printf("compared runs' median total / gzip -dc alone: %.2f\n", median(totals) / gzipAlone);
     return 0;
 }
 

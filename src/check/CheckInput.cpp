@@ -10,6 +10,8 @@
 #include <QStandardPaths>
 #include <QTemporaryFile>
 
+#include <limits>
+
 namespace corvane::CheckInput {
 
 namespace {
@@ -72,8 +74,10 @@ Result<void> extractFrom(const QString& path, QIODevice& device, const QByteArra
 // A compressed log is decompressed by gzip, which reads it by its path.
 Result<void> readCompressed(const QString& path, DiagnosticParser::Stream& parse)
 {
-    const Result<void> read = readActivityLogInPieces(
-        path, [&](QByteArrayView text) { parse.append(std::string_view(text.data(), size_t(text.size()))); });
+    const Result<void> read =
+        readActivityLogInPieces(path, std::numeric_limits<qint64>::max(), [&](QByteArrayView text) {
+            parse.append(std::string_view(text.data(), size_t(text.size())));
+        });
     if (!read)
         return oneLine(path, read.error());
     return {};
@@ -98,9 +102,10 @@ Result<void> readCompressedInput(QIODevice& input, const QByteArray& head, Diagn
     }
     if (!spool.flush())
         return fileError(QStringLiteral("-"), spool);
-    const Result<void> read = readActivityLogInPieces(spool.fileName(), [&](QByteArrayView text) {
-        parse.append(std::string_view(text.data(), size_t(text.size())));
-    });
+    const Result<void> read =
+        readActivityLogInPieces(spool.fileName(), std::numeric_limits<qint64>::max(), [&](QByteArrayView text) {
+            parse.append(std::string_view(text.data(), size_t(text.size())));
+        });
     if (!read)
         return oneLine(QStringLiteral("-"), read.error());
     return {};

@@ -79,15 +79,26 @@ QList<BuildDiagnostic> DiagnosticParser::parse(const QString& text) const
 
 QList<BuildDiagnostic> DiagnosticParser::parse(std::string_view utf8Text) const
 {
-    // A large log is searched in parts at once, one per processor, each
+    ParserRecords records;
+    addMatchesInParts(*m_patterns, utf8Text, records);
+    return records.finish();
+}
+
+void DiagnosticParser::addMatchesInParts(const Patterns& patterns, std::string_view utf8Text, ParserRecords& records)
+{
+    // A large text is searched in parts at once, one per processor, each
     // part starting after a line that no match can leave, so that every
     // part finds the matches the whole text has there. Their records are
     // then joined in text order, dropping what an earlier part already has.
     const std::vector<std::string_view> parts = partsOf(utf8Text);
-    std::vector<ParserRecords> records(parts.size());
+    if (parts.size() == 1) {
+        addMatches(patterns, utf8Text, records);
+        return;
+    }
+    std::vector<ParserRecords> later(parts.size() - 1);
     std::vector<std::future<void>> others;
     for (std::size_t i = 1; i < parts.size(); ++i) {
-        const auto search = [&, i] { addMatches(*m_patterns, parts[i], records[i]); };
+        const auto search = [&, i] { addMatches(patterns, parts[i], later[i - 1]); };
         try {
             others.push_back(std::async(std::launch::async, search));
         } catch (const std::system_error&) {
@@ -95,12 +106,11 @@ QList<BuildDiagnostic> DiagnosticParser::parse(std::string_view utf8Text) const
             search();
         }
     }
-    addMatches(*m_patterns, parts[0], records[0]);
+    addMatches(patterns, parts[0], records);
     for (std::future<void>& other : others)
         other.get();
-    for (std::size_t i = 1; i < parts.size(); ++i)
-        records[0].takeFrom(std::move(records[i]));
-    return records[0].finish();
+    for (ParserRecords& part : later)
+        records.takeFrom(std::move(part));
 }
 
 std::vector<std::string_view> DiagnosticParser::partsOf(std::string_view utf8Text)
@@ -163,14 +173,14 @@ void DiagnosticParser::Stream::append(std::string_view utf8)
         m_searchedUpTo = m_pending.size() - 1;
         return;
     }
-    addMatches(*m_patterns, std::string_view(m_pending).substr(0, cut), *m_records);
+    addMatchesInParts(*m_patterns, std::string_view(m_pending).substr(0, cut), *m_records);
     m_pending.erase(0, cut);
     m_searchedUpTo = 0;
 }
 
 QList<BuildDiagnostic> DiagnosticParser::Stream::finish()
 {
-    addMatches(*m_patterns, m_pending, *m_records);
+    addMatchesInParts(*m_patterns, m_pending, *m_records);
     m_pending.clear();
     m_searchedUpTo = 0;
     QList<BuildDiagnostic> diagnostics = m_records->finish();

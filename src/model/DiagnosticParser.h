@@ -88,6 +88,7 @@ public:
 
 private:
     static void addMatches(const Patterns& patterns, std::string_view utf8Text, ParserRecords& records);
+    static void addMatchesInParts(const Patterns& patterns, std::string_view utf8Text, ParserRecords& records);
     // The text in consecutive parts to be searched at once.
     static std::vector<std::string_view> partsOf(std::string_view utf8Text);
 

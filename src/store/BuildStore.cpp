@@ -160,6 +160,20 @@ struct BuildStore::Private {
             {severityFilter, searchText, showBuildNoise, warningViewMode, pinnedDiagnostics, ignoredDiagnostics});
     }
 
+    QList<BuildDiagnostic> parseBlocks(QList<QByteArray> textBlocks) const
+    {
+        if (textBlocks.size() == 1) {
+            const QByteArray& text = textBlocks.constFirst();
+            return parser.parse(std::string_view(text.constData(), size_t(text.size())));
+        }
+        DiagnosticParser::Stream stream(parser);
+        for (QByteArray& block : textBlocks) {
+            stream.append(std::string_view(block.constData(), size_t(block.size())));
+            block = QByteArray();
+        }
+        return stream.finish();
+    }
+
     const BuildSession* newestSession(const QString& projectName) const
     {
         for (const BuildSession& session : sessions) {
@@ -294,9 +308,9 @@ struct BuildStore::Private {
                 if (store)
                     store->d->applyWatcherState(state);
             };
-            watcherInstance->onBuild = [store](const QString& logPath, const QByteArray& utf8Text) {
+            watcherInstance->onBuild = [store](const QString& logPath, QList<QByteArray> textBlocks) {
                 if (store)
-                    store->captureBuild(utf8Text, logPath);
+                    store->captureBuild(std::move(textBlocks), logPath);
             };
         }
         return *watcherInstance;
@@ -386,13 +400,17 @@ QString BuildStore::statusText() const { return d->captureState.statusText(); }
 
 void BuildStore::captureBuild(const QByteArray& utf8Text, const QString& logPath)
 {
-    const QList<BuildDiagnostic> diagnostics =
-        d->parser.parse(std::string_view(utf8Text.constData(), size_t(utf8Text.size())));
+    captureBuild(QList<QByteArray>{utf8Text}, logPath);
+}
+
+void BuildStore::captureBuild(QList<QByteArray> textBlocks, const QString& logPath)
+{
+    const QList<BuildDiagnostic> diagnostics = d->parseBlocks(std::move(textBlocks));
     const QString projectName = XcodeBuildWatcher::projectNameForLog(logPath);
     const BuildSession* previous = d->newestSession(projectName);
     const bool hasPrevious = previous != nullptr;
-    BuildComparison comparison = compareDiagnostics(
-        diagnostics, previous ? std::optional(previous->diagnostics) : std::nullopt);
+    BuildComparison comparison =
+        compareDiagnostics(diagnostics, previous ? std::optional(previous->diagnostics) : std::nullopt);
     const qsizetype meaningful = std::count_if(diagnostics.cbegin(), diagnostics.cend(),
                                                [](const BuildDiagnostic& d) { return !d.isBuildNoise(); });
 
@@ -589,8 +607,8 @@ void BuildStore::setFocusedProject(const std::optional<QString>& projectName)
     d->setFocusedProjectName(name);
     ProjectFocusDefaults::save(name);
 
-    const BuildSession* target = name ? d->newestSession(*name)
-                                      : (d->sessions.isEmpty() ? nullptr : &d->sessions.first());
+    const BuildSession* target =
+        name ? d->newestSession(*name) : (d->sessions.isEmpty() ? nullptr : &d->sessions.first());
     if (target) {
         selectSession(*target);
     } else {

@@ -123,6 +123,9 @@ public:
 
     // Capture and comparison.
     void captureBuild(const QByteArray& utf8Text, const QString& logPath);
+    // The same for a text in consecutive blocks, each let go as soon as it is
+    // searched, so that a large log is not held whole beside its diagnostics.
+    void captureBuild(QList<QByteArray> textBlocks, const QString& logPath);
     void captureManualLog(const QString& text, const QString& sourceName);
     void selectSession(const BuildSession& session);
     void ensureSelectionVisible();

@@ -212,20 +212,28 @@ Result<QByteArray> readLimitedActivityLog(const QString& path, qint64 textLimit)
     return extractor.finish();
 }
 
-Result<void> readPieces(const QString& path, const std::function<void(QByteArrayView)>& textSink)
+Result<void> readPieces(const QString& path, qint64 textLimit, const std::function<void(QByteArrayView)>& textSink)
 {
     QFile file;
     const Result<QByteArray> opened = openLog(file, path);
     if (!opened)
         return opened.error();
     ReadableTextExtractor extractor;
+    qint64 passed = 0;
+    // False once the text is longer than the limit.
     const auto pass = [&](QByteArrayView chunk) {
         extractor.append(chunk);
+        passed += extractor.text().size();
+        if (passed + extractor.size() > textLimit)
+            return false;
         if (!extractor.text().isEmpty())
             textSink(extractor.text());
         extractor.discardText();
+        return true;
     };
     if (!hasGzipSignature(opened.value())) {
+        if (file.size() > textLimit)
+            return tooLarge(textLimit);
         pass(opened.value());
         QByteArray chunk(qsizetype(1) << 20, Qt::Uninitialized);
         for (qint64 read; (read = file.read(chunk.data(), chunk.size())) > 0;)
@@ -234,10 +242,7 @@ Result<void> readPieces(const QString& path, const std::function<void(QByteArray
             return fileError(file);
     } else {
         file.close();
-        const Result<void> run = runGzip(path, std::numeric_limits<qint64>::max(), [&](QByteArrayView chunk) {
-            pass(chunk);
-            return true;
-        });
+        const Result<void> run = runGzip(path, textLimit, pass);
         if (!run)
             return run.error();
     }
@@ -249,13 +254,33 @@ Result<void> readPieces(const QString& path, const std::function<void(QByteArray
 
 } // namespace
 
-Result<void> readActivityLogInPieces(const QString& path, const std::function<void(QByteArrayView)>& textSink)
+Result<void> readActivityLogInPieces(const QString& path, qint64 textLimit,
+                                     const std::function<void(QByteArrayView)>& textSink)
 {
     try {
-        return readPieces(path, textSink);
+        return readPieces(path, textLimit, textSink);
     } catch (const std::bad_alloc&) {
-        return tooLarge(StorageFile::readLimit());
+        return tooLarge(textLimit);
     }
+}
+
+Result<QList<QByteArray>> readActivityLogInBlocks(const QString& path, qsizetype blockBytes)
+{
+    const qint64 limit = StorageFile::readLimit();
+    QList<QByteArray> blocks;
+    QByteArray block;
+    const Result<void> read = readActivityLogInPieces(path, limit, [&](QByteArrayView piece) {
+        if (block.isEmpty())
+            block.reserve(blockBytes + piece.size());
+        block.append(piece);
+        if (block.size() >= blockBytes)
+            blocks.append(std::exchange(block, QByteArray()));
+    });
+    if (!read)
+        return read.error();
+    if (!block.isEmpty())
+        blocks.append(std::move(block));
+    return blocks;
 }
 
 bool hasGzipSignature(QByteArrayView bytes)

@@ -4,6 +4,7 @@
 
 #include <QByteArray>
 #include <QByteArrayView>
+#include <QList>
 #include <QString>
 
 #include <functional>
@@ -36,9 +37,15 @@ Result<QByteArray> readActivityLog(const QString& path);
 Result<QByteArray> readActivityLog(const QString& path, qint64 textLimit);
 
 // The same text, handed to textSink piece by piece in order as it is read, so
-// that it never has to be held whole; no limit applies. Nothing more comes
-// after a failure, but pieces before it may have.
-Result<void> readActivityLogInPieces(const QString& path, const std::function<void(QByteArrayView)>& textSink);
+// that it never has to be held whole; a longer text than textLimit fails.
+// Nothing more comes after a failure, but pieces before it may have.
+Result<void> readActivityLogInPieces(const QString& path, qint64 textLimit,
+                                     const std::function<void(QByteArrayView)>& textSink);
+
+// The text of readActivityLog() in consecutive blocks of about blockBytes,
+// so that whoever goes through it can let each block go once done with it,
+// instead of holding the whole text to the end.
+Result<QList<QByteArray>> readActivityLogInBlocks(const QString& path, qsizetype blockBytes = qsizetype(32) << 20);
 
 // Makes every read under way, and every later one, fail at once and end its
 // gzip. For quitting: nothing can be read afterwards.

@@ -72,10 +72,10 @@ XcodeBuildWatcher::Scan guardedScan(const QString& derivedDataPath)
     return scan;
 }
 
-Result<QByteArray> guardedRead(const QString& path)
+Result<QList<QByteArray>> guardedRead(const QString& path)
 {
     try {
-        return readActivityLog(path);
+        return readActivityLogInBlocks(path);
     } catch (const std::exception& e) {
         return Error{activityLogErrorDomain, 0, QString::fromLocal8Bit(e.what())};
     } catch (...) {
@@ -221,11 +221,15 @@ void XcodeBuildWatcher::processReady(quint64 loop, ReadyLogs ready, qsizetype ne
 
     QtConcurrent::run(backgroundPool(), &guardedRead, path)
         .then(this,
-              [this, loop, ready = std::move(ready), next, path, snapshot](const Result<QByteArray>& text) mutable {
+              [this, loop, ready = std::move(ready), next, path,
+               snapshot](QFuture<Result<QList<QByteArray>>> read) mutable {
+                  // Taken out of the future, so that the text's only owner is
+                  // whoever it is handed to, who may let it go block by block.
+                  Result<QList<QByteArray>> text = read.takeResult();
                   if (text) {
                       d->processedSnapshot.insert(path, snapshot);
                       if (onBuild)
-                          onBuild(path, text.value());
+                          onBuild(path, std::move(text.value()));
                       sendState(WatcherState::watching());
                   } else {
                       sendState(WatcherState::failed(text.error().description));

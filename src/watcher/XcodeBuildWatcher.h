@@ -57,7 +57,8 @@ public:
 
     using StateCallback = std::function<void(const WatcherState&)>;
     // The log's absolute path and its text as UTF-8.
-    using BuildCallback = std::function<void(const QString& logPath, const QByteArray& utf8Text)>;
+    // The log's UTF-8 text in consecutive blocks (see readActivityLogInBlocks).
+    using BuildCallback = std::function<void(const QString& logPath, QList<QByteArray> textBlocks)>;
 
     static constexpr std::chrono::milliseconds pollInterval{1500};
 

@@ -57,7 +57,10 @@ TEST_F(BuildCapture, SecondBuildReportsNewAndFixedAndSelectsTheNewError)
     store.captureBuild(logText({olderError, kept, fixed}), activityLogPath(QStringLiteral("ExampleApp")));
     const BuildSession first = store.sessions().first();
     store.setWarningViewMode(BuildStore::WarningViewMode::ignored);
-    store.captureBuild(logText({olderError, kept, added}), activityLogPath(QStringLiteral("ExampleApp")));
+    // As the watcher hands it over: in blocks, cut anywhere.
+    const QByteArray secondText = logText({olderError, kept, added});
+    store.captureBuild(QList<QByteArray>{secondText.left(7), secondText.mid(7, 30), secondText.mid(37)},
+                       activityLogPath(QStringLiteral("ExampleApp")));
 
     ASSERT_EQ(store.sessions().size(), 2);
     const BuildSession& second = store.sessions().first();

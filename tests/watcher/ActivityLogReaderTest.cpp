@@ -10,6 +10,8 @@
 
 #include <sys/stat.h>
 
+#include <limits>
+
 namespace corvane {
 namespace {
 
@@ -22,10 +24,11 @@ const QString decompressPrefix = QStringLiteral("Could not decompress Xcode acti
 Result<QByteArray> joinedPieces(const QString& path)
 {
     QByteArray joined;
-    const Result<void> read = readActivityLogInPieces(path, [&](QByteArrayView piece) {
-        EXPECT_FALSE(piece.isEmpty());
-        joined += piece;
-    });
+    const Result<void> read =
+        readActivityLogInPieces(path, std::numeric_limits<qint64>::max(), [&](QByteArrayView piece) {
+            EXPECT_FALSE(piece.isEmpty());
+            joined += piece;
+        });
     if (!read)
         return read.error();
     return joined;
@@ -92,6 +95,10 @@ TEST_F(ActivityLogReaderTest, LargeLogsStreamThroughGzipUnchanged)
     ASSERT_TRUE(text.ok()) << text.error().description.toStdString();
     EXPECT_EQ(text.value(), extractReadableText(payload));
     EXPECT_EQ(joinedPieces(logWith(gzipBytes(payload))).value(), text.value());
+    const auto blocks = readActivityLogInBlocks(logWith(gzipBytes(payload)), 1 << 20);
+    ASSERT_TRUE(blocks.ok());
+    EXPECT_GE(blocks.value().size(), 5);
+    EXPECT_EQ(blocks.value().join(), text.value());
     // A plain file of that size is read in pieces as well.
     EXPECT_EQ(joinedPieces(logWith(payload, QStringLiteral("plain.log"))).value(), text.value());
 }

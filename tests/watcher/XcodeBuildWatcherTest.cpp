@@ -66,8 +66,8 @@ protected:
     {
         auto watcher = std::make_unique<XcodeBuildWatcher>(m_derivedData, 50ms);
         watcher->onStateChange = [this](const State& state) { m_states.push_back(state); };
-        watcher->onBuild = [this](const QString& path, const QByteArray& text) {
-            m_builds.push_back({path, text});
+        watcher->onBuild = [this](const QString& path, const QList<QByteArray>& textBlocks) {
+            m_builds.push_back({path, textBlocks.join()});
             // Deliveries interleave with states; remember where.
             m_states.push_back(State{State::Kind::stopped, QStringLiteral("<build>")});
         };
