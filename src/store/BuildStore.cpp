@@ -386,20 +386,22 @@ QString BuildStore::statusText() const { return d->captureState.statusText(); }
 
 void BuildStore::captureBuild(const QByteArray& utf8Text, const QString& logPath)
 {
-    const QList<BuildDiagnostic> diagnostics =
+    QList<BuildDiagnostic> diagnostics =
         d->parser.parse(std::string_view(utf8Text.constData(), size_t(utf8Text.size())));
     const QString projectName = XcodeBuildWatcher::projectNameForLog(logPath);
     const BuildSession* previous = d->newestSession(projectName);
     const bool hasPrevious = previous != nullptr;
-    BuildComparison comparison = compareDiagnostics(
-        diagnostics, previous ? std::optional(previous->diagnostics) : std::nullopt);
+    // Builds of a huge project repeat most of their texts; the history holds
+    // them once rather than once per build.
+    BuildComparison comparison =
+        compareDiagnosticsSharingTexts(diagnostics, previous ? std::optional(previous->diagnostics) : std::nullopt);
     const qsizetype meaningful = std::count_if(diagnostics.cbegin(), diagnostics.cend(),
                                                [](const BuildDiagnostic& d) { return !d.isBuildNoise(); });
 
     BuildSession session;
     session.id = QUuid::createUuid();
     session.startedAt = AbsoluteTime::now();
-    session.diagnostics = diagnostics;
+    session.diagnostics = std::move(diagnostics);
     session.sourceName = sourceNameForBuild(projectName, meaningful);
     session.projectName = projectName;
     session.activityLogPath = logPath;
