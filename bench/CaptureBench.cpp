@@ -7,6 +7,7 @@
 #include "ActivityLogReader.h"
 #include "BenchCommand.h"
 #include "BuildHistoryPersistence.h"
+#include "BuildHistoryWriter.h"
 #include "BuildStore.h"
 #include "DiagnosticParser.h"
 #include "Measurements.h"
@@ -350,13 +351,18 @@ int runCaptureBench(const std::vector<std::string>& arguments)
     timer.restart();
     (void)persistence.save(sessions);
     const double saveAgain = secondsOf(timer);
+    DiscardingDevice nowhere;
+    timer.restart();
+    BuildHistoryWriter::write({1, AbsoluteTime::now(), sessions}, nowhere);
+    const double encodeAlone = secondsOf(timer);
     timer.restart();
     const Result<QList<BuildSession>> loaded = persistence.load();
     const double loadAlone = secondsOf(timer);
     std::printf("breakdown on the last log: gzip -dc alone %.2f s; read (gzip + extraction) %.2f s; parse %.2f s; "
-                "compare %.3f s (%lld new); save of %lld sessions %.2f s%s, again %.2f s; load %.2f s%s\n",
+                "compare %.3f s (%lld new); save of %lld sessions %.2f s%s, again %.2f s, of which encoding %.2f s; "
+                "load %.2f s%s\n",
                 gzipAlone, readAlone, parseAlone, compareAlone, qlonglong(comparison.newDiagnosticIDs.size()),
-                qlonglong(sessions.size()), saveAlone, saved ? "" : " (failed)", saveAgain, loadAlone,
+                qlonglong(sessions.size()), saveAlone, saved ? "" : " (failed)", saveAgain, encodeAlone, loadAlone,
                 loaded && loaded.value() == sessions ? "" : " (differs)");
     return 0;
 }

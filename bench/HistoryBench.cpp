@@ -24,16 +24,6 @@
 namespace corvane::bench {
 namespace {
 
-// Writes nowhere.
-class DiscardingDevice : public QIODevice {
-public:
-    DiscardingDevice() { open(QIODevice::WriteOnly); }
-
-protected:
-    qint64 readData(char*, qint64) override { return -1; }
-    qint64 writeData(const char*, qint64 size) override { return size; }
-};
-
 const char* const messages[] = {
     "variable 'result' was never mutated; consider changing to 'let' constant",
     "initialization of immutable value 'cell' was never used; consider replacing with assignment to '_' or removing it",

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QIODevice>
 #include <QString>
 #include <QtGlobal>
 
@@ -33,6 +34,17 @@ struct RunsAgainstGzip {
 };
 // Nothing when the work reports a failure by returning false.
 std::optional<RunsAgainstGzip> timeAgainstGzip(const QString& path, int repeat, const std::function<bool()>& work);
+
+// Takes every byte and keeps none: what an encoder costs without the file
+// system's part.
+class DiscardingDevice : public QIODevice {
+public:
+    DiscardingDevice() { open(QIODevice::WriteOnly); }
+
+protected:
+    qint64 readData(char*, qint64) override { return -1; }
+    qint64 writeData(const char*, qint64 size) override { return size; }
+};
 
 // The size gzip recorded for a file's data, modulo 4 GiB.
 quint64 recordedUncompressedSize(const QString& path);

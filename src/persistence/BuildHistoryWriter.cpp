@@ -227,8 +227,17 @@ void Encoder::diagnostics(const QList<BuildDiagnostic>& list, quint32 self)
     begin(self);
     m_out.writeArrayMarker(quint64(list.size()));
     m_out.writeConsecutiveReferences(first, list.size());
-    for (qsizetype i = 0; i < list.size(); ++i)
+    constexpr qsizetype ahead = 8;
+    for (qsizetype i = 0; i < list.size(); ++i) {
+        if (i + ahead < list.size()) {
+            const BuildDiagnostic& later = list[i + ahead];
+            m_strings.prefetch(later.message);
+            m_strings.prefetch(later.rawText);
+            if (later.filePath)
+                m_strings.prefetch(*later.filePath);
+        }
         diagnostic(list[i], first + quint32(i));
+    }
 }
 
 void Encoder::comparison(const BuildComparison& c, quint32 self)

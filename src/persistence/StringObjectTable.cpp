@@ -36,6 +36,11 @@ void StringObjectTable::grow(std::vector<Slot>& slots, size_t (*hashOf)(const Sl
     }
 }
 
+void StringObjectTable::prefetch(const QString& text) const
+{
+    __builtin_prefetch(&m_storage[storageHash(text.constData()) & (m_storage.size() - 1)]);
+}
+
 quint32 StringObjectTable::findOrAdd(const QString& text, quint32 newObject)
 {
     // Sizes are kept in 32 bits; a longer text is simply stored again.

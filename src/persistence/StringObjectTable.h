@@ -22,6 +22,10 @@ public:
     // The object of a string equal to text if one was stored, else
     // newObject, which text is then stored as.
     quint32 findOrAdd(const QString& text, quint32 newObject);
+    // Starts fetching where text's storage is looked up, for a look-up a few
+    // strings later: the tables are far larger than the caches, and waiting
+    // for each miss in turn is most of a look-up's time.
+    void prefetch(const QString& text) const;
 
 private:
     struct StorageSlot {
