@@ -352,18 +352,21 @@ int runCaptureBench(const std::vector<std::string>& arguments)
     (void)persistence.save(sessions);
     const double saveAgain = secondsOf(timer);
     DiscardingDevice nowhere;
+    const double residentBeforeEncoding = currentResidentMiB();
+    resetPeakResident();
     timer.restart();
     BuildHistoryWriter::write({1, AbsoluteTime::now(), sessions}, nowhere);
     const double encodeAlone = secondsOf(timer);
+    const double encodingMiB = peakResidentSinceResetKiB() / 1024.0 - residentBeforeEncoding;
     timer.restart();
     const Result<QList<BuildSession>> loaded = persistence.load();
     const double loadAlone = secondsOf(timer);
     std::printf("breakdown on the last log: gzip -dc alone %.2f s; read (gzip + extraction) %.2f s; parse %.2f s; "
-                "compare %.3f s (%lld new); save of %lld sessions %.2f s%s, again %.2f s, of which encoding %.2f s; "
-                "load %.2f s%s\n",
+                "compare %.3f s (%lld new); save of %lld sessions %.2f s%s, again %.2f s, of which encoding %.2f s "
+                "(%.0f MiB on top of %.0f MiB resident); load %.2f s%s\n",
                 gzipAlone, readAlone, parseAlone, compareAlone, qlonglong(comparison.newDiagnosticIDs.size()),
-                qlonglong(sessions.size()), saveAlone, saved ? "" : " (failed)", saveAgain, encodeAlone, loadAlone,
-                loaded && loaded.value() == sessions ? "" : " (differs)");
+                qlonglong(sessions.size()), saveAlone, saved ? "" : " (failed)", saveAgain, encodeAlone, encodingMiB,
+                residentBeforeEncoding, loadAlone, loaded && loaded.value() == sessions ? "" : " (differs)");
     return 0;
 }
 

@@ -17,6 +17,12 @@ std::pair<double, double> cpuSeconds();
 // The most memory this process has held resident so far, in KiB.
 long peakResidentKiB();
 
+// Starts the peak below again from the memory resident now (Linux only;
+// elsewhere the peak stays the process's own).
+void resetPeakResident();
+// The most memory resident since the last resetPeakResident(), in KiB.
+long peakResidentSinceResetKiB();
+
 // The middle value (the upper one of an even count), 0 for none.
 double median(std::vector<double> values);
 
