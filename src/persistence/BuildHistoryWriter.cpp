@@ -135,8 +135,11 @@ quint32 Encoder::string(const QString& text)
 quint32 Encoder::severity(DiagnosticSeverity value)
 {
     quint32& object = m_severities[size_t(value)];
-    if (object == unset)
-        object = string(rawValue(value));
+    if (object == unset) {
+        object = allocate();
+        begin(object);
+        m_out.writeString(rawValue(value));
+    }
     return object;
 }
 
@@ -153,18 +156,17 @@ quint32 Encoder::uuid(const QUuid& id)
 quint32 Encoder::integer(qint64 value)
 {
     const bool small = value >= 0 && quint64(value) < m_smallIntegers.size();
-    quint32* known = small ? &m_smallIntegers[size_t(value)] : nullptr;
+    if (small && m_smallIntegers[size_t(value)] != unset)
+        return m_smallIntegers[size_t(value)];
     if (!small) {
-        const auto it = m_integers.find(value);
-        known = it != m_integers.end() ? &*it : nullptr;
+        if (const auto it = m_integers.constFind(value); it != m_integers.cend())
+            return *it;
     }
-    if (known && *known != unset)
-        return *known;
     const quint32 object = allocate();
     begin(object);
     m_out.writeInteger(value);
     if (small)
-        *known = object;
+        m_smallIntegers[size_t(value)] = object;
     else
         m_integers.insert(value, object);
     return object;

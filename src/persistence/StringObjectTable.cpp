@@ -18,6 +18,11 @@ size_t contentHash(QStringView text)
     return std::hash<std::u16string_view>{}(std::u16string_view(text.utf16(), size_t(text.size())));
 }
 
+// Three quarters full: the tables are the bulk of what a save holds besides
+// the history, and with a good hash a probe still ends within a cache line or
+// two.
+bool full(size_t used, size_t capacity) { return 4 * (used + 1) > 3 * capacity; }
+
 } // namespace
 
 template <typename Slot>
@@ -49,7 +54,7 @@ quint32 StringObjectTable::findOrAdd(const QString& text, quint32 newObject)
     const QChar* characters = text.constData();
     const quint32 size = quint32(text.size());
 
-    if (2 * (m_storageUsed + 1) > m_storage.size())
+    if (full(m_storageUsed, m_storage.size()))
         grow<StorageSlot>(m_storage, [](const StorageSlot& s) { return storageHash(s.characters); });
     const size_t storageMask = m_storage.size() - 1;
     size_t free = storageHash(characters) & storageMask;
@@ -58,7 +63,7 @@ quint32 StringObjectTable::findOrAdd(const QString& text, quint32 newObject)
             return m_storage[free].object;
     }
 
-    if (2 * (m_contentUsed + 1) > m_content.size())
+    if (full(m_contentUsed, m_content.size()))
         grow<ContentSlot>(m_content, [](const ContentSlot& s) { return s.hash; });
     const size_t hash = contentHash(text);
     const size_t contentMask = m_content.size() - 1;
