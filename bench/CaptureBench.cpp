@@ -7,6 +7,7 @@
 #include "ActivityLogReader.h"
 #include "BenchCommand.h"
 #include "BuildHistoryPersistence.h"
+#include "BuildHistoryWriter.h"
 #include "BuildStore.h"
 #include "DiagnosticParser.h"
 #include "Measurements.h"
@@ -82,27 +83,6 @@ QString loadAverage()
     const QList<QByteArray> fields = file.readAll().split(' ');
     return fields.size() >= 3 ? QString::fromLatin1(fields[0] + ' ' + fields[1] + ' ' + fields[2])
                               : QStringLiteral("?");
-}
-
-// The most this process has held resident since the last resetPeakResident(),
-// in MiB; Linux keeps that figure for us and lets us reset it. 0 elsewhere.
-double peakResidentSinceResetMiB()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray& line : status.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
-    }
-    return 0;
-}
-
-void resetPeakResident()
-{
-    QFile clear(QStringLiteral("/proc/self/clear_refs"));
-    if (clear.open(QIODevice::WriteOnly))
-        clear.write("5");
 }
 
 double secondsOf(const QElapsedTimer& timer) { return double(timer.nsecsElapsed()) / 1e9; }
@@ -312,7 +292,7 @@ int runCaptureBench(const std::vector<std::string>& arguments)
         r.fixedDiagnostics = session.comparison.fixedDiagnostics.size();
         r.historyBytes = QFileInfo(historyFile).size();
         r.peakRssMiB = peakResidentKiB() / 1024.0;
-        r.runPeakRssMiB = peakResidentSinceResetMiB();
+        r.runPeakRssMiB = peakResidentSinceResetKiB() / 1024.0;
         printRun(run, r);
         runs.push_back(r);
 
@@ -362,7 +342,7 @@ int runCaptureBench(const std::vector<std::string>& arguments)
     }
     const DiagnosticParser parser;
     timer.restart();
-    const QList<BuildDiagnostic> diagnostics =
+    QList<BuildDiagnostic> diagnostics =
         parser.parse(std::string_view(text.value().constData(), size_t(text.value().size())));
     const double parseAlone = secondsOf(timer);
     text = QByteArray();
@@ -370,6 +350,11 @@ int runCaptureBench(const std::vector<std::string>& arguments)
     timer.restart();
     const BuildComparison comparison = compareDiagnostics(diagnostics, sessions.value(1).diagnostics);
     const double compareAlone = secondsOf(timer);
+    // Again as a capture compares: taking the earlier build's texts, and
+    // freeing the ones this list held alone.
+    timer.restart();
+    (void)compareDiagnosticsSharingTexts(diagnostics, sessions.value(1).diagnostics);
+    const double compareSharingAlone = secondsOf(timer);
     const BuildHistoryPersistence persistence;
     timer.restart();
     const bool saved = bool(persistence.save(sessions));
@@ -378,10 +363,23 @@ int runCaptureBench(const std::vector<std::string>& arguments)
     timer.restart();
     (void)persistence.save(sessions);
     const double saveAgain = secondsOf(timer);
-    std::printf("breakdown on the last log: gzip -dc alone %.2f s; read (gzip + extraction) %.2f s; parse %.2f s; "
-                "compare %.3f s (%lld new); save of %lld sessions %.2f s%s, again %.2f s\n",
-                gzipAlone, readAlone, parseAlone, compareAlone, qlonglong(comparison.newDiagnosticIDs.size()),
-                qlonglong(sessions.size()), saveAlone, saved ? "" : " (failed)", saveAgain);
+    DiscardingDevice nowhere;
+    const double residentBeforeEncoding = currentResidentMiB();
+    resetPeakResident();
+    timer.restart();
+    BuildHistoryWriter::write({1, AbsoluteTime::now(), sessions}, nowhere);
+    const double encodeAlone = secondsOf(timer);
+    const double encodingMiB = peakResidentSinceResetKiB() / 1024.0 - residentBeforeEncoding;
+    timer.restart();
+    const Result<QList<BuildSession>> loaded = persistence.load();
+    const double loadAlone = secondsOf(timer);
+    std::printf(
+        "breakdown on the last log: gzip -dc alone %.2f s; read (gzip + extraction) %.2f s; parse %.2f s; "
+        "compare %.3f s (%lld new), sharing texts %.3f s; save of %lld sessions %.2f s%s, again %.2f s, of which encoding %.2f s "
+        "(%.0f MiB on top of %.0f MiB resident); load %.2f s%s\n",
+        gzipAlone, readAlone, parseAlone, compareAlone, qlonglong(comparison.newDiagnosticIDs.size()),
+        compareSharingAlone, qlonglong(sessions.size()), saveAlone, saved ? "" : " (failed)", saveAgain, encodeAlone,
+        encodingMiB, residentBeforeEncoding, loadAlone, loaded && loaded.value() == sessions ? "" : " (differs)");
     std::printf("compared runs' median total / gzip -dc alone: %.2f\n", median(totals) / gzipAlone);
     return 0;
 }

@@ -34,6 +34,25 @@ long peakResidentKiB()
 #endif
 }
 
+void resetPeakResident()
+{
+    QFile clear(QStringLiteral("/proc/self/clear_refs"));
+    if (clear.open(QIODevice::WriteOnly))
+        clear.write("5");
+}
+
+long peakResidentSinceResetKiB()
+{
+    QFile status(QStringLiteral("/proc/self/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return peakResidentKiB();
+    for (const QByteArray& line : status.readAll().split('\n')) {
+        if (line.startsWith("VmHWM:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLong();
+    }
+    return peakResidentKiB();
+}
+
 quint64 recordedUncompressedSize(const QString& path)
 {
     QFile file(path);

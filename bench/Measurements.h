@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QIODevice>
 #include <QString>
 #include <QtGlobal>
 
@@ -15,6 +16,12 @@ std::pair<double, double> cpuSeconds();
 
 // The most memory this process has held resident so far, in KiB.
 long peakResidentKiB();
+
+// Starts the peak below again from the memory resident now (Linux only;
+// elsewhere the peak stays the process's own).
+void resetPeakResident();
+// The most memory resident since the last resetPeakResident(), in KiB.
+long peakResidentSinceResetKiB();
 
 // The middle value (the upper one of an even count), 0 for none.
 double median(std::vector<double> values);
@@ -33,6 +40,17 @@ struct RunsAgainstGzip {
 };
 // Nothing when the work reports a failure by returning false.
 std::optional<RunsAgainstGzip> timeAgainstGzip(const QString& path, int repeat, const std::function<bool()>& work);
+
+// Takes every byte and keeps none: what an encoder costs without the file
+// system's part.
+class DiscardingDevice : public QIODevice {
+public:
+    DiscardingDevice() { open(QIODevice::WriteOnly); }
+
+protected:
+    qint64 readData(char*, qint64) override { return -1; }
+    qint64 writeData(const char*, qint64 size) override { return size; }
+};
 
 // The size gzip recorded for a file's data, modulo 4 GiB.
 quint64 recordedUncompressedSize(const QString& path);

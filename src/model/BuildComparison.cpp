@@ -53,13 +53,14 @@ public:
     // In list order.
     const std::vector<Entry>& entries() const { return m_entries; }
 
-    bool contains(const Entry& entry) const
+    // The first diagnostic of this list with the entry's signature.
+    const BuildDiagnostic* find(const Entry& entry) const
     {
         for (size_t slot = entry.hash & m_mask; m_slots[slot] != 0; slot = (slot + 1) & m_mask) {
             if (matches(m_entries[m_slots[slot] - 1], entry))
-                return true;
+                return m_entries[m_slots[slot] - 1].diagnostic;
         }
-        return false;
+        return nullptr;
     }
 
 private:
@@ -88,6 +89,30 @@ size_t qHash(const MovableKey& key, size_t seed = 0)
 
 bool samePlace(const BuildDiagnostic& a, const BuildDiagnostic& b) { return a.line == b.line && a.column == b.column; }
 
+// onMatch(current, previous) is told of each meaningful diagnostic of the
+// current list and the previous one it matches.
+template <typename OnMatch>
+BuildComparison compareBySignature(const QList<BuildDiagnostic>& current, const QList<BuildDiagnostic>& previous,
+                                   OnMatch onMatch)
+{
+    const SignatureTable previousSignatures(previous);
+    const SignatureTable currentSignatures(current);
+
+    BuildComparison comparison;
+    comparison.hasBaseline = true;
+    for (const SignatureTable::Entry& entry : currentSignatures.entries()) {
+        if (const BuildDiagnostic* match = previousSignatures.find(entry))
+            onMatch(*entry.diagnostic, *match);
+        else
+            comparison.newDiagnosticIDs.insert(entry.diagnostic->id);
+    }
+    for (const SignatureTable::Entry& entry : previousSignatures.entries()) {
+        if (!currentSignatures.find(entry))
+            comparison.fixedDiagnostics.append(*entry.diagnostic);
+    }
+    return comparison;
+}
+
 } // namespace
 
 BuildComparison compareDiagnostics(const QList<BuildDiagnostic>& current,
@@ -95,21 +120,25 @@ BuildComparison compareDiagnostics(const QList<BuildDiagnostic>& current,
 {
     if (!previous)
         return BuildComparison::empty();
+    return compareBySignature(current, *previous, [](const BuildDiagnostic&, const BuildDiagnostic&) {});
+}
 
-    const SignatureTable previousSignatures(*previous);
-    const SignatureTable currentSignatures(current);
-
-    BuildComparison comparison;
-    comparison.hasBaseline = true;
-    for (const SignatureTable::Entry& entry : currentSignatures.entries()) {
-        if (!previousSignatures.contains(entry))
-            comparison.newDiagnosticIDs.insert(entry.diagnostic->id);
-    }
-    for (const SignatureTable::Entry& entry : previousSignatures.entries()) {
-        if (!currentSignatures.contains(entry))
-            comparison.fixedDiagnostics.append(*entry.diagnostic);
-    }
-    return comparison;
+BuildComparison compareDiagnosticsSharingTexts(QList<BuildDiagnostic>& current,
+                                               const std::optional<QList<BuildDiagnostic>>& previous)
+{
+    if (!previous)
+        return BuildComparison::empty();
+    // Detached before the comparison looks at it, so that the records it
+    // points at are the ones given the earlier texts.
+    BuildDiagnostic* own = current.data();
+    return compareBySignature(current, *previous, [own](const BuildDiagnostic& d, const BuildDiagnostic& earlier) {
+        BuildDiagnostic& record = own[&d - own];
+        record.message = earlier.message;
+        record.filePath = earlier.filePath;
+        // The raw text is no part of the signature and may differ.
+        if (record.rawText == earlier.rawText)
+            record.rawText = earlier.rawText;
+    });
 }
 
 BuildComparison compareDiagnosticsAllowingMoves(const QList<BuildDiagnostic>& current,

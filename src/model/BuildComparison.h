@@ -37,6 +37,13 @@ inline size_t qHash(const BuildComparison& c, size_t seed = 0)
 BuildComparison compareDiagnostics(const QList<BuildDiagnostic>& current,
                                    const std::optional<QList<BuildDiagnostic>>& previous);
 
+// Like compareDiagnostics, and each meaningful diagnostic of current that has
+// a previous one's signature takes that one's message, file path and, when
+// equal, raw text: equal values, but the previous build's storage, so that
+// successive builds of a project hold the texts they repeat once.
+BuildComparison compareDiagnosticsSharingTexts(QList<BuildDiagnostic>& current,
+                                               const std::optional<QList<BuildDiagnostic>>& previous);
+
 // Like compareDiagnostics, but a diagnostic whose line or column moved is the
 // same one: diagnostics of equal severity, file and message are paired one to
 // one, those at the same place first and the rest in list order, so that

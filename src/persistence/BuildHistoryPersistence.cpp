@@ -1,10 +1,11 @@
 #include "BuildHistoryPersistence.h"
 
-#include "BinaryPropertyListWriter.h"
+#include "BuildHistoryWriter.h"
 #include "PropertyListRecords.h"
 #include "StorageDirectory.h"
 #include "StorageFile.h"
 
+#include <QBuffer>
 #include <QFile>
 #include <QFileInfo>
 
@@ -27,25 +28,15 @@ void moveAside(const QString& folder)
     QFile::rename(folder + u'/' + BuildHistoryPersistence::fileName, damaged);
 }
 
-PropertyListValue archiveValue(const BuildHistoryArchive& archive)
-{
-    PropertyListValue::Array sessions;
-    sessions.reserve(size_t(archive.sessions.size()));
-    for (const BuildSession& session : archive.sessions)
-        sessions.push_back(PropertyListRecords::encode(session));
-
-    PropertyListValue::Dictionary root;
-    root.emplace_back(QStringLiteral("version"), PropertyListValue(archive.version));
-    root.emplace_back(QStringLiteral("savedAt"), PropertyListRecords::encodeTime(archive.savedAt));
-    root.emplace_back(QStringLiteral("sessions"), PropertyListValue(std::move(sessions)));
-    return PropertyListValue(std::move(root));
-}
-
 } // namespace
 
 QByteArray BuildHistoryPersistence::encodeArchive(const BuildHistoryArchive& archive)
 {
-    return BinaryPropertyListWriter::encode(archiveValue(archive));
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    buffer.open(QIODevice::WriteOnly);
+    BuildHistoryWriter::write(archive, buffer);
+    return bytes;
 }
 
 Result<BuildHistoryArchive> BuildHistoryPersistence::decodeArchive(QByteArrayView bytes)
@@ -97,10 +88,10 @@ Result<void> BuildHistoryPersistence::save(const QList<BuildSession>& sessions) 
         return folder.error();
     const QString path = folder.value() + u'/' + fileName;
 
-    const PropertyListValue archive = archiveValue({1, AbsoluteTime::now(), firstSessions(sessions)});
+    const BuildHistoryArchive archive{1, AbsoluteTime::now(), firstSessions(sessions)};
     // Streamed into the file rather than built whole in memory first.
     const Result<void> written = StorageFile::writeAtomically(
-        path, [&archive](QIODevice& file) { return BinaryPropertyListWriter::write(archive, file); });
+        path, [&archive](QIODevice& file) { return BuildHistoryWriter::write(archive, file); });
     if (!written)
         return written;
 

@@ -24,10 +24,7 @@ int hexValue(char16_t c)
     return -1;
 }
 
-constexpr bool isHyphenPosition(qsizetype i)
-{
-    return i == 8 || i == 13 || i == 18 || i == 23;
-}
+constexpr bool isHyphenPosition(qsizetype i) { return i == 8 || i == 13 || i == 18 || i == 23; }
 
 void putOptionalString(Dictionary& d, QString key, const std::optional<QString>& value)
 {
@@ -68,11 +65,11 @@ std::optional<QUuid> uuidFromCanonicalText(QStringView text)
             value = (value << 8) | bytes[at + size_t(i)];
         return value;
     };
-    return QUuid(be(0, 4), ushort(be(4, 2)), ushort(be(6, 2)), bytes[8], bytes[9], bytes[10],
-                 bytes[11], bytes[12], bytes[13], bytes[14], bytes[15]);
+    return QUuid(be(0, 4), ushort(be(4, 2)), ushort(be(6, 2)), bytes[8], bytes[9], bytes[10], bytes[11], bytes[12],
+                 bytes[13], bytes[14], bytes[15]);
 }
 
-QString canonicalUuidText(const QUuid& uuid)
+void writeCanonicalUuid(const QUuid& uuid, char16_t* out)
 {
     static constexpr char digits[] = "0123456789ABCDEF";
     std::array<uchar, 16> bytes{};
@@ -84,8 +81,6 @@ QString canonicalUuidText(const QUuid& uuid)
     bytes[7] = uchar(uuid.data3);
     for (int i = 0; i < 8; ++i)
         bytes[size_t(8 + i)] = uuid.data4[i];
-    QString text(36, Qt::Uninitialized);
-    char16_t* out = reinterpret_cast<char16_t*>(text.data());
     qsizetype position = 0;
     for (int i = 0; i < 16; ++i) {
         if (isHyphenPosition(position))
@@ -94,6 +89,12 @@ QString canonicalUuidText(const QUuid& uuid)
         out[position++] = char16_t(digits[byte >> 4]);
         out[position++] = char16_t(digits[byte & 0x0F]);
     }
+}
+
+QString canonicalUuidText(const QUuid& uuid)
+{
+    QString text(canonicalUuidLength, Qt::Uninitialized);
+    writeCanonicalUuid(uuid, reinterpret_cast<char16_t*>(text.data()));
     return text;
 }
 
@@ -365,9 +366,9 @@ bool PropertyListRecords::decode(const PropertyListValue& value, DiagnosticSigna
 
 bool PropertyListRecords::decode(const PropertyListValue& value, DiagnosticPreferenceKey& out)
 {
-    return readRecord(value, u"preference key",
-                      {{u"projectName", required, text(out.projectName)},
-                       {u"signature", required, record(out.signature)}});
+    return readRecord(
+        value, u"preference key",
+        {{u"projectName", required, text(out.projectName)}, {u"signature", required, record(out.signature)}});
 }
 
 } // namespace corvane

@@ -121,5 +121,8 @@ private:
 std::optional<QUuid> uuidFromCanonicalText(QStringView text);
 // The 36-character upper-case form.
 QString canonicalUuidText(const QUuid& uuid);
+inline constexpr qsizetype canonicalUuidLength = 36;
+// The same characters into out, for writers that need no QString of them.
+void writeCanonicalUuid(const QUuid& uuid, char16_t* out);
 
 } // namespace corvane

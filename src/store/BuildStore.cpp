@@ -405,19 +405,21 @@ void BuildStore::captureBuild(const QByteArray& utf8Text, const QString& logPath
 
 void BuildStore::captureBuild(QList<QByteArray> textBlocks, const QString& logPath)
 {
-    const QList<BuildDiagnostic> diagnostics = d->parseBlocks(std::move(textBlocks));
+    QList<BuildDiagnostic> diagnostics = d->parseBlocks(std::move(textBlocks));
     const QString projectName = XcodeBuildWatcher::projectNameForLog(logPath);
     const BuildSession* previous = d->newestSession(projectName);
     const bool hasPrevious = previous != nullptr;
+    // Builds of a huge project repeat most of their texts; the history holds
+    // them once rather than once per build.
     BuildComparison comparison =
-        compareDiagnostics(diagnostics, previous ? std::optional(previous->diagnostics) : std::nullopt);
+        compareDiagnosticsSharingTexts(diagnostics, previous ? std::optional(previous->diagnostics) : std::nullopt);
     const qsizetype meaningful = std::count_if(diagnostics.cbegin(), diagnostics.cend(),
                                                [](const BuildDiagnostic& d) { return !d.isBuildNoise(); });
 
     BuildSession session;
     session.id = QUuid::createUuid();
     session.startedAt = AbsoluteTime::now();
-    session.diagnostics = diagnostics;
+    session.diagnostics = std::move(diagnostics);
     session.sourceName = sourceNameForBuild(projectName, meaningful);
     session.projectName = projectName;
     session.activityLogPath = logPath;

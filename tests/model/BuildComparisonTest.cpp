@@ -45,5 +45,32 @@ TEST(BuildComparison, KeepsDuplicatesAndPreviousOrder)
     EXPECT_TRUE(fromEmpty.hasBaseline) << "an empty previous build is still a baseline";
 }
 
+TEST(BuildComparison, SharingTextsTakesTheEarlierStorageAndChangesNoValue)
+{
+    // Texts of their own, as a parser makes them; literals would share theirs.
+    const auto parsed = [](const char* message, const char* raw) {
+        BuildDiagnostic d = make(DiagnosticSeverity::warning, QString::fromLatin1(message), 3);
+        d.filePath = QString::fromLatin1("/src/A.swift");
+        d.rawText = QString::fromLatin1(raw);
+        return d;
+    };
+    const QList<BuildDiagnostic> previous{parsed("kept", "A.swift:3: kept"), parsed("gone", "A.swift:3: gone")};
+    QList<BuildDiagnostic> current{parsed("kept", "A.swift:3: kept"), parsed("kept", "another raw text"),
+                                   parsed("added", "A.swift:3: added")};
+    const QList<BuildDiagnostic> before = current;
+
+    const BuildComparison shared = compareDiagnosticsSharingTexts(current, previous);
+    EXPECT_EQ(shared, compareDiagnostics(before, previous));
+    EXPECT_EQ(current, before);
+    const BuildDiagnostic& earlier = previous[0];
+    EXPECT_EQ(current[0].message.constData(), earlier.message.constData());
+    EXPECT_EQ(current[0].filePath->constData(), earlier.filePath->constData());
+    EXPECT_EQ(current[0].rawText.constData(), earlier.rawText.constData());
+    EXPECT_EQ(current[1].message.constData(), earlier.message.constData());
+    EXPECT_NE(current[1].rawText.constData(), earlier.rawText.constData()) << "a different raw text stays its own";
+    EXPECT_NE(current[2].message.constData(), previous[1].message.constData());
+    EXPECT_NE(before[0].message.constData(), earlier.message.constData()) << "the list given was detached first";
+}
+
 } // namespace
 } // namespace corvane

@@ -1,5 +1,6 @@
-#include "BinaryPropertyListWriter.h"
 #include "BuildHistoryPersistence.h"
+#include "BinaryPropertyListReader.h"
+#include "BinaryPropertyListWriter.h"
 #include "PersistenceTestSupport.h"
 #include "PropertyListRecords.h"
 #include "TestEnvironment.h"
@@ -19,6 +20,7 @@ namespace {
 using namespace Qt::StringLiterals;
 
 using test::readFile;
+using test::sampleSession;
 using test::sampleSessions;
 using test::writeFile;
 using Dictionary = PropertyListValue::Dictionary;
@@ -33,15 +35,21 @@ protected:
     void writeArchive(const QList<BuildSession>& sessions, const std::function<void(Dictionary&)>& edit = {},
                       qint64 version = 1)
     {
-        PropertyListValue::Array list;
-        for (const BuildSession& s : sessions)
-            list.push_back(PropertyListRecords::encode(s));
-        Dictionary root{{QStringLiteral("version"), PropertyListValue(version)},
-                        {QStringLiteral("savedAt"), PropertyListRecords::encodeTime(AbsoluteTime{1.5})},
-                        {QStringLiteral("sessions"), PropertyListValue(std::move(list))}};
+        Dictionary root = archiveTree({version, AbsoluteTime{1.5}, sessions});
         if (edit)
             edit(root);
         writeFile(historyPath(), BinaryPropertyListWriter::encode(PropertyListValue(std::move(root))));
+    }
+
+    // The archive as the record encoders give it, one tree node per value.
+    static Dictionary archiveTree(const BuildHistoryArchive& archive)
+    {
+        PropertyListValue::Array list;
+        for (const BuildSession& s : archive.sessions)
+            list.push_back(PropertyListRecords::encode(s));
+        return {{QStringLiteral("version"), PropertyListValue(archive.version)},
+                {QStringLiteral("savedAt"), PropertyListRecords::encodeTime(archive.savedAt)},
+                {QStringLiteral("sessions"), PropertyListValue(std::move(list))}};
     }
 
     // The value under key; the key must be there.
@@ -53,7 +61,10 @@ protected:
     {
         std::erase_if(d, [&](const auto& e) { return e.first == key; });
     }
-    static Dictionary& sessionAt(Dictionary& root, size_t i) { return *(*at(root, u"sessions").array())[i].dictionary(); }
+    static Dictionary& sessionAt(Dictionary& root, size_t i)
+    {
+        return *(*at(root, u"sessions").array())[i].dictionary();
+    }
     static Dictionary& diagnosticAt(Dictionary& root, size_t session, size_t i)
     {
         return *(*at(sessionAt(root, session), u"diagnostics").array())[i].dictionary();
@@ -69,6 +80,73 @@ TEST_F(BuildHistoryPersistenceTest, SavedSessionsLoadBackEqual)
     const QList<BuildSession> sessions = sampleSessions(6, 5);
     ASSERT_TRUE(persistence.save(sessions).ok());
     EXPECT_EQ(persistence.load().value(), sessions);
+}
+
+// A copy of session with new ids whose texts are equal but, when deep, stored apart.
+BuildSession rebuilt(BuildSession session, bool deep)
+{
+    session.id = QUuid::createUuid();
+    for (BuildDiagnostic& d : session.diagnostics) {
+        d.id = QUuid::createUuid();
+        if (deep) {
+            d.message = QString(d.message.constData(), d.message.size());
+            d.rawText = QString(d.rawText.constData(), d.rawText.size());
+            if (d.filePath)
+                d.filePath = QString(d.filePath->constData(), d.filePath->size());
+        }
+    }
+    return session;
+}
+
+// The archive is written straight from the records; it must hold exactly
+// what the record encoders would give, in every shape a record takes, with
+// wide references and with texts shared between sessions.
+TEST_F(BuildHistoryPersistenceTest, ArchiveHoldsWhatTheRecordEncodersGive)
+{
+    QList<BuildSession> sessions = sampleSessions(3, 5);
+    BuildDiagnostic& odd = sessions[0].diagnostics[0];
+    odd.line = -3;
+    odd.column = qint64(1) << 40;
+    sessions[0].diagnostics[1].line = 70000;
+    // Equal time stamps side by side, then a different one.
+    sessions[0].diagnostics[2].timestamp = sessions[0].diagnostics[1].timestamp;
+    BuildSession big = sampleSession(7, 8000);
+    sessions.append(rebuilt(big, false));
+    sessions.append(big);
+    const BuildHistoryArchive archive{1, AbsoluteTime{2.25}, sessions};
+
+    const Result<PropertyListValue> written =
+        BinaryPropertyListReader::decode(BuildHistoryPersistence::encodeArchive(archive));
+    ASSERT_TRUE(written.ok()) << written.error().description.toStdString();
+    EXPECT_TRUE(written.value() == PropertyListValue(archiveTree(archive)));
+}
+
+// Sessions of one project repeat their texts; each is stored once, whether
+// the copies share one storage or only equal each other, and is loaded as
+// one string.
+TEST_F(BuildHistoryPersistenceTest, RepeatedTextsAreStoredOnceAndLoadedAsOne)
+{
+    const BuildSession session = sampleSession(1, 50);
+    qsizetype textBytes = 0;
+    for (const BuildDiagnostic& d : session.diagnostics)
+        textBytes += 2 * (d.message.size() + d.rawText.size() + d.filePath.value_or(QString()).size());
+    const BuildSession equal = rebuilt(session, true);
+    const qsizetype one = BuildHistoryPersistence::encodeArchive({1, {}, {session}}).size();
+    const qsizetype sharedSize =
+        BuildHistoryPersistence::encodeArchive({1, {}, {rebuilt(session, false), session}}).size();
+    const qsizetype equalSize = BuildHistoryPersistence::encodeArchive({1, {}, {equal, session}}).size();
+    EXPECT_EQ(sharedSize, equalSize);
+    EXPECT_LT(sharedSize - one, textBytes) << "the second session costs less than its texts alone";
+
+    ASSERT_TRUE(persistence.save({equal, session}).ok());
+    const QList<BuildSession> loaded = persistence.load().value();
+    ASSERT_EQ(loaded.size(), 2);
+    for (qsizetype i = 0; i < session.diagnostics.size(); ++i) {
+        const BuildDiagnostic& a = loaded[0].diagnostics[i];
+        const BuildDiagnostic& b = loaded[1].diagnostics[i];
+        EXPECT_EQ(a.message.constData(), b.message.constData());
+        EXPECT_EQ(a.rawText.constData(), b.rawText.constData());
+    }
 }
 
 TEST_F(BuildHistoryPersistenceTest, FirstStartCreatesTheFolderAndLoadsNothing)
