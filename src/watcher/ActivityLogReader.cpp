@@ -8,6 +8,7 @@
 #include <QProcess>
 #include <QStringDecoder>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
