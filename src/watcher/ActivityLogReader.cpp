@@ -8,17 +8,18 @@
 #include <QProcess>
 #include <QStringDecoder>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <functional>
 #include <limits>
 #include <new>
+#include <thread>
 
-#if defined(Q_OS_LINUX)
 #include <fcntl.h>
+#include <poll.h>
 #include <unistd.h>
-#endif
 
 namespace corvane {
 
@@ -106,57 +107,152 @@ ReadableTextExtractor extractorFor(qsizetype expectedBytes)
     }
 }
 
+// The pipe gzip writes its standard output into. It is ours rather than
+// QProcess's so the output can be read straight into one buffer, in gulps as
+// large as the pipe holds, without a second copy through QProcess's buffers
+// and without being woken for each of gzip's small writes.
+class OutputPipe {
+public:
+    OutputPipe() = default;
+    OutputPipe(const OutputPipe&) = delete;
+    OutputPipe& operator=(const OutputPipe&) = delete;
+    ~OutputPipe()
+    {
+        closeWriteEnd();
+        if (m_readEnd >= 0)
+            ::close(m_readEnd);
+    }
+
+    // False with errno set when the system has no descriptors to spare.
+    bool open()
+    {
+        int ends[2];
+#if defined(Q_OS_LINUX)
+        // Close-on-exec from the start: a process started meanwhile by another
+        // thread must not keep the write end, or the end of gzip's output
+        // would never show.
+        if (::pipe2(ends, O_CLOEXEC) != 0)
+            return false;
+#else
+        if (::pipe(ends) != 0)
+            return false;
+        for (const int end : ends)
+            ::fcntl(end, F_SETFD, FD_CLOEXEC);
+#endif
+        // Only our end: gzip must be able to wait when the pipe is full.
+        ::fcntl(ends[0], F_SETFL, O_NONBLOCK);
+        m_readEnd = ends[0];
+        m_writeEnd = ends[1];
+#if defined(Q_OS_LINUX)
+        // Room for a few milliseconds of gzip's output lets both sides work in
+        // large pieces. A refusal (limits lowered by the administrator) just
+        // leaves the default.
+        ::fcntl(m_writeEnd, F_SETPIPE_SZ, 1 << 20);
+        m_capacity = std::max(::fcntl(m_writeEnd, F_GETPIPE_SZ), 0);
+#endif
+        return true;
+    }
+
+    int readEnd() const { return m_readEnd; }
+    int writeEnd() const { return m_writeEnd; }
+    // Bytes the pipe holds before a writer waits; 0 where the system does not tell.
+    qsizetype capacity() const { return m_capacity; }
+
+    // Once the child has its copy: from then on the pipe ends when gzip does.
+    void closeWriteEnd()
+    {
+        if (m_writeEnd >= 0)
+            ::close(m_writeEnd);
+        m_writeEnd = -1;
+    }
+
+private:
+    int m_readEnd = -1;
+    int m_writeEnd = -1;
+    qsizetype m_capacity = 0;
+};
+
+// Waking up for every write gzip makes (32 KiB each) costs gzip more than the
+// pipe itself: each wake-up is a signal to the other processor, which in a
+// virtual machine takes a trip through the host. With a large pipe we rather
+// sleep while it fills. The pause lets a producer of up to 1 GB/s fill no more
+// than half of the pipe, so gzip hardly ever waits on us; with a small pipe it
+// would, and there we wait for data as it comes.
+constexpr qsizetype pacedPipeCapacity = 256 * 1024;
+
+std::chrono::microseconds readPause(qsizetype pipeCapacity)
+{
+    return std::chrono::microseconds(pipeCapacity / 2 / 1000);
+}
+
 // Runs gzip on the file and hands each piece of its standard output to sink as
 // it arrives, so the decompressed payload never has to be held whole. A sink
 // that returns false has had enough: gzip is ended and the run fails as too large.
 Result<void> runGzip(const QString& path, qint64 limit, const std::function<bool(QByteArrayView)>& sink)
 {
-    QProcess gzip;
-    gzip.setProcessChannelMode(QProcess::SeparateChannels);
-#if defined(Q_OS_LINUX)
-    // Larger pipe buffers mean fewer wake-ups for both gzip and us on large
-    // logs. A refusal (limits lowered by the administrator) just leaves the default.
-    gzip.setChildProcessModifier([] { ::fcntl(STDOUT_FILENO, F_SETPIPE_SZ, 1 << 20); });
-#endif
     if (readsAbandoned)
         return abandoned();
-    gzip.start(gzipProgram, {QStringLiteral("-dc"), path}, QIODevice::ReadOnly);
-    if (!gzip.waitForStarted(-1))
-        return startFailure(gzip);
+    OutputPipe output;
+    if (!output.open()) {
+        const int cause = errno;
+        return Error{activityLogErrorDomain, activityLogError::lackOfResources,
+                     QStringLiteral("Could not create a pipe for gzip: %1").arg(qt_error_string(cause))};
+    }
 
-    // waitForReadyRead services both pipes, so gzip can never stall on a full
-    // standard-error pipe while we wait for standard output. It wakes up now
-    // and then to see whether the program is quitting.
-    gzip.setReadChannel(QProcess::StandardOutput);
+    QProcess gzip;
+    gzip.setProcessChannelMode(QProcess::SeparateChannels);
+    // QProcess sets up standard error and the process; standard output is put
+    // in place of /dev/null just before gzip is executed.
+    gzip.setStandardOutputFile(QProcess::nullDevice());
+    const int writeEnd = output.writeEnd();
+    gzip.setChildProcessModifier([writeEnd] { ::dup2(writeEnd, STDOUT_FILENO); });
+    gzip.start(gzipProgram, {QStringLiteral("-dc"), path}, QIODevice::ReadOnly);
+    const bool started = gzip.waitForStarted(-1);
+    output.closeWriteEnd();
+    if (!started)
+        return startFailure(gzip);
+    gzip.setReadChannel(QProcess::StandardError);
+
+    const bool paced = output.capacity() >= pacedPipeCapacity;
+    const auto pause = readPause(output.capacity());
     // One buffer for every piece: a new array for each would be allocated,
-    // faulted in and freed again hundreds of times on a large log. False once
-    // the sink has had enough.
-    QByteArray buffer(qsizetype(1) << 20, Qt::Uninitialized);
-    const auto drain = [&] {
-        for (qint64 read; (read = gzip.read(buffer.data(), buffer.size())) > 0;) {
-            if (!sink(QByteArrayView(buffer.constData(), qsizetype(read))))
-                return false;
-        }
-        return true;
-    };
+    // faulted in and freed again hundreds of times on a large log.
+    QByteArray buffer(std::max(output.capacity(), qsizetype(1) << 20), Qt::Uninitialized);
     for (;;) {
         if (readsAbandoned) {
             endProcess(gzip);
             return abandoned();
         }
-        if (!gzip.waitForReadyRead(static_cast<int>(abandonCheckInterval.count()))) {
-            if (gzip.state() == QProcess::NotRunning)
-                break;
+        const ssize_t read = ::read(output.readEnd(), buffer.data(), size_t(buffer.size()));
+        if (read > 0) {
+            if (!sink(QByteArrayView(buffer.constData(), qsizetype(read)))) {
+                endProcess(gzip);
+                return tooLarge(limit);
+            }
+            // Let the pipe fill while we sleep, unless it was found at least
+            // half full: then gzip may be waiting on us.
+            if (paced && read < output.capacity() / 2)
+                std::this_thread::sleep_for(pause);
             continue;
         }
-        if (!drain()) {
+        if (read == 0)
+            break;
+        if (errno == EINTR)
+            continue;
+        if (errno != EAGAIN && errno != EWOULDBLOCK) {
+            const int cause = errno;
             endProcess(gzip);
-            return tooLarge(limit);
+            return Error{errorDomain::process, QProcess::ReadError,
+                         QStringLiteral("Could not read gzip's output: %1").arg(qt_error_string(cause))};
         }
+        // Empty: gzip is reading its file or has more work than output. Wake up
+        // now and then to see whether the program is quitting, and take in
+        // gzip's standard error, which it could otherwise fill and stall on.
+        pollfd ready{output.readEnd(), POLLIN, 0};
+        if (::poll(&ready, 1, static_cast<int>(abandonCheckInterval.count())) == 0)
+            gzip.waitForReadyRead(0);
     }
-    // Output that arrived together with the end of the process.
-    if (!drain())
-        return tooLarge(limit);
+    gzip.waitForFinished(-1);
 
     const QByteArray standardError = gzip.readAllStandardError();
     if (gzip.exitStatus() == QProcess::CrashExit)

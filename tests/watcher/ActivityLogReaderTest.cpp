@@ -6,6 +6,9 @@
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 
+#include <chrono>
+#include <thread>
+
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
@@ -157,6 +160,33 @@ TEST_F(ActivityLogReaderTest, TextBeyondTheLimitFails)
         EXPECT_EQ(read.error().code, activityLogError::tooLarge);
     }
     EXPECT_TRUE(readActivityLog(logWith(gzipBytes(text)), text.size() + 1).ok());
+}
+
+// Quitting must not wait for a long decompression: a read under way fails at
+// once, and so does every later one. The flag is for the whole process, hence
+// a child process of its own.
+TEST_F(ActivityLogReaderTest, AbandonedReadsEndTheirGzip)
+{
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    // A gigabyte of zeros in 64 members: seconds of work for gzip, no text.
+    const QString path = logWith(gzipBytes(QByteArray(16 * 1024 * 1024, '\0')).repeated(64));
+    const auto abandonMidway = [&] {
+        std::thread reader([&] {
+            const auto read = readActivityLog(path);
+            std::exit(!read.ok() && read.error().code == activityLogError::abandoned ? 0 : 1);
+        });
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        abandonActivityLogReads();
+        reader.join();
+    };
+    EXPECT_EXIT(abandonMidway(), ::testing::ExitedWithCode(0), "");
+
+    const auto readAfterwards = [&] {
+        abandonActivityLogReads();
+        const auto read = readActivityLog(logWith(gzipBytes("late build\r"), QStringLiteral("late.xcactivitylog")));
+        std::exit(!read.ok() && read.error().code == activityLogError::abandoned ? 0 : 1);
+    };
+    EXPECT_EXIT(readAfterwards(), ::testing::ExitedWithCode(0), "");
 }
 
 } // namespace
