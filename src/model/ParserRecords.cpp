@@ -285,10 +285,8 @@ void ParserRecords::addSimple(std::string_view text, const std::vector<SimpleMat
 void ParserRecords::takeFrom(ParserRecords&& later)
 {
     reserve(std::size_t(later.m_result.size()));
-    for (BuildDiagnostic& diagnostic : later.m_result) {
-        const std::size_t messageHash = qHash(diagnostic.message, int(diagnostic.severity));
-        append(std::move(diagnostic), messageHash);
-    }
+    for (qsizetype i = 0; i < later.m_result.size(); ++i)
+        append(std::move(later.m_result[i]), later.m_messageHashes[std::size_t(i)]);
     later.m_result.clear();
     later.m_messageHashes.clear();
     std::move(later.m_simple.begin(), later.m_simple.end(), std::back_inserter(m_simple));
