@@ -4,11 +4,6 @@
 #include <cstring>
 #include <utility>
 
-#if defined(Q_OS_LINUX)
-#include <sys/mman.h>
-#include <unistd.h>
-#endif
-
 namespace corvane {
 
 namespace {
@@ -41,26 +36,6 @@ qsizetype findSeparator(const char* data, qsizetype from, qsizetype size)
 
 constexpr qsizetype minimumRunLength = 4;
 
-// The text of a large log is written once from start to end. With ordinary
-// pages that costs one page fault per 4 KiB, which on virtual machines takes
-// more time than the extraction itself; asking for huge pages cuts the faults
-// by a factor of 512. Only advice: where it is not available nothing changes.
-void adviseLargeWriteOnce(char* data, qsizetype size)
-{
-#if defined(Q_OS_LINUX) && defined(MADV_HUGEPAGE)
-    constexpr quintptr hugePage = 2 * 1024 * 1024;
-    if (size < qsizetype(4 * hugePage))
-        return;
-    const auto begin = (reinterpret_cast<quintptr>(data) + hugePage - 1) & ~(hugePage - 1);
-    const auto end = (reinterpret_cast<quintptr>(data) + quintptr(size)) & ~(hugePage - 1);
-    if (end > begin)
-        ::madvise(reinterpret_cast<void*>(begin), end - begin, MADV_HUGEPAGE);
-#else
-    Q_UNUSED(data);
-    Q_UNUSED(size);
-#endif
-}
-
 } // namespace
 
 const ReadableTextExtractor::TextByteTable& ReadableTextExtractor::textByteTable()
@@ -80,7 +55,6 @@ ReadableTextExtractor::ReadableTextExtractor(qsizetype expectedInputBytes)
     // the output, except the last, so the text is never longer than input + 1.
     if (expectedInputBytes > 0) {
         m_text.reserve(expectedInputBytes + 1);
-        adviseLargeWriteOnce(m_text.data(), m_text.capacity());
     }
     m_carry.reserve(256);
 }
