@@ -9,6 +9,9 @@
 #include <QCommandLineParser>
 #include <QSaveFile>
 
+#include <future>
+#include <system_error>
+
 #include <algorithm>
 #include <memory>
 #include <variant>
@@ -222,16 +225,34 @@ int CheckCommand::run(const QStringList& arguments, Streams streams)
 
     const DiagnosticParser parser;
     std::optional<QList<BuildDiagnostic>> baseline;
-    if (options.baselineFile || options.baselineLog || options.historyProject) {
-        Result<QList<BuildDiagnostic>> loaded = options.baselineFile
-            ? CheckInput::readBaselineFile(*options.baselineFile)
-            : options.baselineLog ? CheckInput::readLogDiagnostics(*options.baselineLog, streams.input, parser)
-                                  : CheckInput::readHistoryBaseline(*options.historyProject, options.historyFile);
+    if (options.baselineLog) {
+        Result<QList<BuildDiagnostic>> loaded =
+            CheckInput::readLogDiagnostics(*options.baselineLog, streams.input, parser);
         if (!loaded)
             return fail(loaded.error().description);
         baseline = std::move(loaded.value());
     }
+    // A baseline file is decoded on a thread of its own while the log is
+    // read, which leaves a processor idle waiting for gzip.
+    std::future<Result<QList<BuildDiagnostic>>> baselineFile;
+    if (options.baselineFile || options.historyProject) {
+        const auto read = [&options] {
+            return options.baselineFile ? CheckInput::readBaselineFile(*options.baselineFile)
+                                        : CheckInput::readHistoryBaseline(*options.historyProject, options.historyFile);
+        };
+        try {
+            baselineFile = std::async(std::launch::async, read);
+        } catch (const std::system_error&) {
+            baselineFile = std::async(std::launch::deferred, read);
+        }
+    }
     Result<QList<BuildDiagnostic>> current = CheckInput::readLogDiagnostics(options.log, streams.input, parser);
+    if (baselineFile.valid()) {
+        Result<QList<BuildDiagnostic>> loaded = baselineFile.get();
+        if (!loaded)
+            return fail(loaded.error().description);
+        baseline = std::move(loaded.value());
+    }
     if (!current)
         return fail(current.error().description);
 

@@ -1,10 +1,14 @@
 #include "CheckFormats.h"
 
 #include <QDir>
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QUrl>
+
+#include <algorithm>
+#include <cstdio>
 
 namespace corvane {
 
@@ -187,41 +191,164 @@ QByteArray markdownFormat(const CheckReport& report, qsizetype rows)
     return out.toUtf8();
 }
 
-QJsonObject sarifResult(const CheckedDiagnostic& entry, bool relativeToRoot)
-{
-    const BuildDiagnostic& d = entry.diagnostic;
-    QJsonObject result;
-    result.insert(QLatin1StringView("ruleId"), rawValue(d.severity));
-    result.insert(QLatin1StringView("level"), rawValue(d.severity));
-    result.insert(QLatin1StringView("message"), QJsonObject{{QLatin1StringView("text"), d.message}});
-    if (d.filePath) {
-        QJsonObject artifact;
-        if (QDir::isAbsolutePath(*d.filePath)) {
-            artifact.insert(QLatin1StringView("uri"), QUrl::fromLocalFile(*d.filePath).toString(QUrl::FullyEncoded));
-        } else {
-            artifact.insert(QLatin1StringView("uri"), QString::fromLatin1(QUrl::toPercentEncoding(*d.filePath, "/")));
-            if (relativeToRoot)
-                artifact.insert(QLatin1StringView("uriBaseId"), QStringLiteral("SRCROOT"));
-        }
-        QJsonObject physical{{QLatin1StringView("artifactLocation"), artifact}};
-        // Regions count from 1; a log can print anything.
-        if (d.line && *d.line >= 1) {
-            QJsonObject region{{QLatin1StringView("startLine"), double(*d.line)}};
-            if (d.column && *d.column >= 1)
-                region.insert(QLatin1StringView("startColumn"), double(*d.column));
-            physical.insert(QLatin1StringView("region"), region);
-        }
-        result.insert(QLatin1StringView("locations"),
-                      QJsonArray{QJsonObject{{QLatin1StringView("physicalLocation"), physical}}});
+// Paths as file URIs; a report names each file many times, and turning a
+// path into a URI is the slowest part of a result.
+class FileUris {
+public:
+    const QString& of(const QString& path)
+    {
+        auto it = m_uris.find(path);
+        if (it == m_uris.end())
+            it = m_uris.insert(path, QUrl::fromLocalFile(path).toString(QUrl::FullyEncoded));
+        return *it;
     }
-    if (entry.state != CheckState::reported) {
-        const QString state = entry.state == CheckState::added ? QStringLiteral("new")
-            : entry.state == CheckState::fixed                 ? QStringLiteral("absent")
-                                                               : QStringLiteral("unchanged");
-        result.insert(QLatin1StringView("baselineState"), state);
+
+private:
+    QHash<QString, QString> m_uris;
+};
+
+// SARIF results written as text in the layout of QJsonDocument's indented
+// form, keys in its order: a large log has tens of thousands of results, and
+// building them as a JSON tree first took longer than reading the log.
+class SarifResultsText {
+public:
+    SarifResultsText(bool relativeToRoot, int depth) : m_relativeToRoot(relativeToRoot), m_depth(depth) {}
+
+    void append(const CheckedDiagnostic& entry)
+    {
+        const BuildDiagnostic& d = entry.diagnostic;
+        if (!m_text.isEmpty())
+            m_text += ",\n";
+        line(0, "{");
+        if (entry.state != CheckState::reported) {
+            const char* state = entry.state == CheckState::added ? "new"
+                : entry.state == CheckState::fixed               ? "absent"
+                                                                 : "unchanged";
+            member(1, "baselineState", QLatin1StringView(state), true);
+        }
+        member(1, "level", rawValue(d.severity), true);
+        if (d.filePath) {
+            line(1, "\"locations\": [");
+            line(2, "{");
+            line(3, "\"physicalLocation\": {");
+            line(4, "\"artifactLocation\": {");
+            const bool region = d.line && *d.line >= 1;
+            if (QDir::isAbsolutePath(*d.filePath)) {
+                member(5, "uri", m_uris.of(*d.filePath), false);
+            } else {
+                const QString uri = QString::fromLatin1(QUrl::toPercentEncoding(*d.filePath, "/"));
+                member(5, "uri", uri, m_relativeToRoot);
+                if (m_relativeToRoot)
+                    member(5, "uriBaseId", QLatin1StringView("SRCROOT"), false);
+            }
+            line(4, region ? "}," : "}");
+            // Regions count from 1; a log can print anything.
+            if (region) {
+                line(4, "\"region\": {");
+                if (d.column && *d.column >= 1)
+                    number(5, "startColumn", *d.column, true);
+                number(5, "startLine", *d.line, false);
+                line(4, "}");
+            }
+            line(3, "}");
+            line(2, "}");
+            line(1, "],");
+        }
+        line(1, "\"message\": {");
+        member(2, "text", d.message, false);
+        line(1, "},");
+        member(1, "ruleId", rawValue(d.severity), false);
+        indent(0);
+        m_text += '}';
     }
-    return result;
-}
+
+    const QByteArray& text() const { return m_text; }
+
+private:
+    void indent(int level) { m_text.append(4 * (m_depth + level), ' '); }
+
+    void line(int level, const char* text)
+    {
+        indent(level);
+        m_text += text;
+        m_text += '\n';
+    }
+
+    void member(int level, const char* key, QStringView value, bool more)
+    {
+        indent(level);
+        m_text += '"';
+        m_text += key;
+        m_text += "\": ";
+        appendString(value);
+        m_text += more ? ",\n" : "\n";
+    }
+    void member(int level, const char* key, QLatin1StringView value, bool more)
+    {
+        member(level, key, QString(value), more);
+    }
+
+    void number(int level, const char* key, qint64 value, bool more)
+    {
+        indent(level);
+        m_text += '"';
+        m_text += key;
+        m_text += "\": ";
+        m_text += QByteArray::number(value);
+        m_text += more ? ",\n" : "\n";
+    }
+
+    // A JSON string: quotes, backslashes and control characters escaped,
+    // everything else as UTF-8, converted a run at a time so that surrogate
+    // pairs stay together.
+    void appendString(QStringView value)
+    {
+        const auto needsEscape = [](QChar c) { return c.unicode() < 0x20 || c == u'"' || c == u'\\'; };
+        m_text += '"';
+        for (qsizetype start = 0; start < value.size();) {
+            const qsizetype end = std::find_if(value.begin() + start, value.end(), needsEscape) - value.begin();
+            m_text += value.sliced(start, end - start).toUtf8();
+            if (end == value.size())
+                break;
+            const char16_t u = value[end].unicode();
+            switch (u) {
+            case u'"':
+                m_text += "\\\"";
+                break;
+            case u'\\':
+                m_text += "\\\\";
+                break;
+            case u'\b':
+                m_text += "\\b";
+                break;
+            case u'\f':
+                m_text += "\\f";
+                break;
+            case u'\n':
+                m_text += "\\n";
+                break;
+            case u'\r':
+                m_text += "\\r";
+                break;
+            case u'\t':
+                m_text += "\\t";
+                break;
+            default: {
+                char escaped[8];
+                std::snprintf(escaped, sizeof escaped, "\\u%04x", unsigned(u));
+                m_text += escaped;
+            }
+            }
+            start = end + 1;
+        }
+        m_text += '"';
+    }
+
+    bool m_relativeToRoot;
+    int m_depth;
+    FileUris m_uris;
+    QByteArray m_text;
+};
 
 QByteArray sarifFormat(const CheckReport& report, const QString& toolVersion)
 {
@@ -240,12 +367,12 @@ QByteArray sarifFormat(const CheckReport& report, const QString& toolVersion)
         {QLatin1StringView("version"), toolVersion},
         {QLatin1StringView("rules"), rules},
     };
-    QJsonArray results;
-    for (const CheckedDiagnostic& entry : report.entries)
-        results.append(sarifResult(entry, report.sourceRoot.has_value()));
+    // The results go into their place in the document as text; a string
+    // holds it meanwhile, whose quotes no other value can end with.
+    const QString resultsPlace = QStringLiteral("corvane-check results");
     QJsonObject run{
         {QLatin1StringView("tool"), QJsonObject{{QLatin1StringView("driver"), driver}}},
-        {QLatin1StringView("results"), results},
+        {QLatin1StringView("results"), report.entries.isEmpty() ? QJsonValue(QJsonArray()) : QJsonValue(resultsPlace)},
     };
     if (report.sourceRoot) {
         QString root =
@@ -260,7 +387,19 @@ QByteArray sarifFormat(const CheckReport& report, const QString& toolVersion)
         {QLatin1StringView("version"), QStringLiteral("2.1.0")},
         {QLatin1StringView("runs"), QJsonArray{run}},
     };
-    return QJsonDocument(sarif).toJson(QJsonDocument::Indented);
+    QByteArray document = QJsonDocument(sarif).toJson(QJsonDocument::Indented);
+    if (report.entries.isEmpty())
+        return document;
+    // "runs": [ { "results": ... at the third level.
+    SarifResultsText results(report.sourceRoot.has_value(), 4);
+    for (const CheckedDiagnostic& entry : report.entries)
+        results.append(entry);
+    const QByteArray place = "\"results\": \"" + resultsPlace.toUtf8() + '"';
+    const qsizetype at = document.indexOf(place);
+    Q_ASSERT(at >= 0);
+    const QByteArray array = "\"results\": [\n" + results.text() + '\n' + QByteArray(12, ' ') + ']';
+    document.replace(at, place.size(), array);
+    return document;
 }
 
 QByteArray jsonFormat(const CheckReport& report)

@@ -136,6 +136,20 @@ TEST_F(CheckCommandTest, EachFormatMatchesItsExpectedFile)
     EXPECT_EQ(counts(again), QStringLiteral("0/0/5"));
 }
 
+// SARIF results are written as text: what needs escaping must come back as it was.
+TEST_F(CheckCommandTest, SarifTextsSurviveEscaping)
+{
+    const QByteArray log = "/p/q \"r\"\\s.swift:1:2: warning: say \"hi\" \\ to caf\xC3\xA9 \xF0\x9F\x90\xA6 {}[]\n";
+    const CheckRun run = check({file("current.log", log), u"--format"_s, u"sarif"_s, u"--fail-on"_s, u"never"_s});
+    QJsonParseError error{};
+    const QJsonDocument document = QJsonDocument::fromJson(run.out, &error);
+    ASSERT_EQ(error.error, QJsonParseError::NoError) << error.errorString().toStdString() << run.out.constData();
+    const QJsonObject result = document[u"runs"_s][0][u"results"_s][0].toObject();
+    EXPECT_EQ(result[u"message"_s][u"text"_s].toString(), QStringLiteral("say \"hi\" \\ to caf\u00E9 \U0001F426 {}[]"));
+    EXPECT_EQ(result[u"locations"_s][0][u"physicalLocation"_s][u"artifactLocation"_s][u"uri"_s].toString(),
+              QStringLiteral("file:///p/q%20%22r%22%5Cs.swift"));
+}
+
 TEST_F(CheckCommandTest, MarkdownTablesAreCapped)
 {
     QByteArray log;
