@@ -57,6 +57,20 @@ BuildDiagnostic withoutIdentity(BuildDiagnostic diagnostic)
     return diagnostic;
 }
 
+std::optional<std::string> compareDiagnostics(const char* how, const QList<BuildDiagnostic>& found,
+                                              const QList<BuildDiagnostic>& full)
+{
+    if (found.size() != full.size())
+        return "diagnostics: " + std::to_string(found.size()) + ' ' + how + ", " + std::to_string(full.size())
+            + " by full search";
+    for (qsizetype i = 0; i < found.size(); ++i) {
+        if (withoutIdentity(found[i]) != withoutIdentity(full[i]))
+            return "diagnostic " + std::to_string(i) + ' ' + how + " differs: " + found[i].rawText.toStdString() + " / "
+                + full[i].rawText.toStdString();
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 std::optional<std::string> crossCheckParser(const DiagnosticParser& parser, std::string_view utf8Text)
@@ -72,31 +86,17 @@ std::optional<std::string> crossCheckParser(const DiagnosticParser& parser, std:
     if (auto difference = compareMatches("simple", parser.simpleMatches(text), findSimpleByFullSearch(parser, text)))
         return difference;
 
-    const QList<BuildDiagnostic> fast = parser.parse(utf8Text);
     const QList<BuildDiagnostic> full = parseByFullSearch(parser, utf8Text);
-    if (fast.size() != full.size())
-        return "diagnostics: " + std::to_string(fast.size()) + " by candidates, " + std::to_string(full.size())
-            + " by full search";
-    for (qsizetype i = 0; i < fast.size(); ++i) {
-        if (withoutIdentity(fast[i]) != withoutIdentity(full[i]))
-            return "diagnostic " + std::to_string(i) + " differs: " + fast[i].rawText.toStdString() + " / "
-                + full[i].rawText.toStdString();
-    }
+    if (auto difference = compareDiagnostics("by candidates", parser.parse(utf8Text), full))
+        return difference;
 
     // The text streamed in pieces of 1 to 7 bytes, searched at every cut the
     // stream allows, must give the same diagnostics.
     DiagnosticParser::Stream stream(parser, 1);
     for (size_t at = 0, piece = 1; at < utf8Text.size(); at += piece, piece = piece % 7 + 1)
         stream.append(utf8Text.substr(at, piece));
-    const QList<BuildDiagnostic> streamed = stream.finish();
-    if (streamed.size() != full.size())
-        return "diagnostics: " + std::to_string(streamed.size()) + " streamed, " + std::to_string(full.size())
-            + " by full search";
-    for (qsizetype i = 0; i < streamed.size(); ++i) {
-        if (withoutIdentity(streamed[i]) != withoutIdentity(full[i]))
-            return "streamed diagnostic " + std::to_string(i) + " differs: " + streamed[i].rawText.toStdString() + " / "
-                + full[i].rawText.toStdString();
-    }
+    if (auto difference = compareDiagnostics("streamed", stream.finish(), full))
+        return difference;
     return std::nullopt;
 }
 
