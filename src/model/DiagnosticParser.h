@@ -60,6 +60,9 @@ public:
         static std::size_t lastSafeCut(std::string_view utf8, std::size_t from = 0);
 
     private:
+        // Searches the held text up to its last cut; false when it has none.
+        bool searchHeldText();
+
         std::shared_ptr<const Patterns> m_patterns;
         std::unique_ptr<ParserRecords> m_records;
         std::size_t m_pieceSize;
