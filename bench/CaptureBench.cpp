@@ -59,8 +59,10 @@ struct RunTimes {
     qsizetype fixedDiagnostics = 0;
     qint64 historyBytes = 0;
     double peakRssMiB = 0;
-    // The peak of this run alone, with the history it started from.
+    // The peak of this run alone, with the history it started from, and
+    // what was resident when the run began.
     double runPeakRssMiB = 0;
+    double startRssMiB = 0;
     // Processor seconds over the run: this process (all its threads) and gzip.
     double cpuSelf = 0;
     double cpuGzip = 0;
@@ -135,11 +137,14 @@ void printRun(int index, const RunTimes& r)
 {
     std::printf("run %d (%s): total %.2f s = detect %.2f + read %.2f + parse/compare %.2f + save %.2f; "
                 "%lld diagnostics, %lld new, %lld fixed; history file %.1f MB; peak RSS %.0f MiB, in this run %.0f MiB "
-                "= %.2f x the text; cpu %.2f s + gzip %.2f s\n",
+                "= %.2f x the text (%.0f MiB resident at its start, %.2f x the text above that); cpu %.2f s + gzip "
+                "%.2f s\n",
                 index, r.compared ? "compared" : "first build", r.total, r.detect, r.read, r.record, r.save,
                 qlonglong(r.diagnostics), qlonglong(r.newDiagnostics), qlonglong(r.fixedDiagnostics),
                 double(r.historyBytes) / 1e6, r.peakRssMiB, r.runPeakRssMiB,
-                r.runPeakRssMiB * 1024.0 * 1024.0 / double(std::max<qsizetype>(r.textBytes, 1)), r.cpuSelf, r.cpuGzip);
+                r.runPeakRssMiB * 1024.0 * 1024.0 / double(std::max<qsizetype>(r.textBytes, 1)), r.startRssMiB,
+                (r.runPeakRssMiB - r.startRssMiB) * 1024.0 * 1024.0 / double(std::max<qsizetype>(r.textBytes, 1)),
+                r.cpuSelf, r.cpuGzip);
     std::fflush(stdout);
 }
 
@@ -252,6 +257,7 @@ int runCaptureBench(const std::vector<std::string>& arguments)
         // interval.
         runEventLoopFor(int(QRandomGenerator::global()->bounded(int(XcodeBuildWatcher::pollInterval.count()))));
         marks = Marks{};
+        const double startRss = currentResidentMiB();
         resetPeakResident();
         const auto cpuBefore = cpuSeconds();
         marks.placed = clock.nsecsElapsed();
@@ -293,6 +299,7 @@ int runCaptureBench(const std::vector<std::string>& arguments)
         r.historyBytes = QFileInfo(historyFile).size();
         r.peakRssMiB = peakResidentKiB() / 1024.0;
         r.runPeakRssMiB = peakResidentSinceResetKiB() / 1024.0;
+        r.startRssMiB = startRss;
         printRun(run, r);
         runs.push_back(r);
 

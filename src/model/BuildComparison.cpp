@@ -5,6 +5,9 @@
 #include <QHash>
 
 #include <algorithm>
+#include <future>
+#include <optional>
+#include <system_error>
 #include <vector>
 
 namespace corvane {
@@ -89,27 +92,56 @@ size_t qHash(const MovableKey& key, size_t seed = 0)
 
 bool samePlace(const BuildDiagnostic& a, const BuildDiagnostic& b) { return a.line == b.line && a.column == b.column; }
 
+// Runs work on a thread of its own when `beside` holds and a thread is to be
+// had; otherwise here and now, and the future it gives is empty.
+template <typename Work>
+std::future<void> runBesideIf(bool beside, Work work)
+{
+    if (beside) {
+        try {
+            return std::async(std::launch::async, std::move(work));
+        } catch (const std::system_error&) {}
+    }
+    work();
+    return {};
+}
+
 // onMatch(current, previous) is told of each meaningful diagnostic of the
 // current list and the previous one it matches.
 template <typename OnMatch>
 BuildComparison compareBySignature(const QList<BuildDiagnostic>& current, const QList<BuildDiagnostic>& previous,
                                    OnMatch onMatch)
 {
-    const SignatureTable previousSignatures(previous);
+    // The two tables, and then the two directions, do not depend on each
+    // other: builds of hundreds of thousands of diagnostics take both
+    // processors. onMatch changes only current records, which the other
+    // direction does not read.
+    constexpr qsizetype largeLists = 20000;
+    const bool large = current.size() + previous.size() >= largeLists;
+    std::optional<SignatureTable> previousSignatures;
+    std::future<void> building = runBesideIf(large, [&] { previousSignatures.emplace(previous); });
     const SignatureTable currentSignatures(current);
+    if (building.valid())
+        building.get();
 
+    QList<BuildDiagnostic> fixed;
+    std::future<void> fixing = runBesideIf(large, [&] {
+        for (const SignatureTable::Entry& entry : previousSignatures->entries()) {
+            if (!currentSignatures.find(entry))
+                fixed.append(*entry.diagnostic);
+        }
+    });
     BuildComparison comparison;
     comparison.hasBaseline = true;
     for (const SignatureTable::Entry& entry : currentSignatures.entries()) {
-        if (const BuildDiagnostic* match = previousSignatures.find(entry))
+        if (const BuildDiagnostic* match = previousSignatures->find(entry))
             onMatch(*entry.diagnostic, *match);
         else
             comparison.newDiagnosticIDs.insert(entry.diagnostic->id);
     }
-    for (const SignatureTable::Entry& entry : previousSignatures.entries()) {
-        if (!currentSignatures.find(entry))
-            comparison.fixedDiagnostics.append(*entry.diagnostic);
-    }
+    if (fixing.valid())
+        fixing.get();
+    comparison.fixedDiagnostics = std::move(fixed);
     return comparison;
 }
 

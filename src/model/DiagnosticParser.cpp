@@ -164,18 +164,55 @@ DiagnosticParser::Stream::~Stream() = default;
 
 void DiagnosticParser::Stream::append(std::string_view utf8)
 {
-    m_pending.append(utf8);
-    if (m_pending.size() < m_pieceSize)
+    if (utf8.size() < m_pieceSize) {
+        m_pending.append(utf8);
+        if (m_pending.size() >= m_pieceSize)
+            searchHeldText();
         return;
+    }
+    // A large piece is searched where it lies rather than copied: the held
+    // text is completed with its first lines up to the first cut, and only
+    // what follows its own last cut is kept.
+    std::size_t used = 0;
+    while (!m_pending.empty()) {
+        if (used == utf8.size())
+            return;
+        // A line at a time, with the byte after its break: whether a
+        // carriage return ends a line depends on it.
+        const std::size_t lineEnd = utf8.find_first_of("\r\n", used);
+        const std::size_t take = lineEnd == std::string_view::npos ? utf8.size() : std::min(utf8.size(), lineEnd + 2);
+        m_pending.append(utf8.substr(used, take - used));
+        used = take;
+        // What is held beyond the cut, when it all came from this piece, is
+        // searched where it lies.
+        if (searchHeldText() && m_pending.size() <= used) {
+            used -= m_pending.size();
+            m_pending.clear();
+            m_searchedUpTo = 0;
+        }
+    }
+    std::string_view rest = utf8.substr(used);
+    const std::size_t cut = lastSafeCut(rest);
+    if (cut > 0) {
+        addMatchesInParts(*m_patterns, rest.substr(0, cut), *m_records);
+        rest.remove_prefix(cut);
+    }
+    m_pending.assign(rest);
+    m_searchedUpTo = cut == 0 && !rest.empty() ? rest.size() - 1 : 0;
+}
+
+bool DiagnosticParser::Stream::searchHeldText()
+{
     const std::size_t cut = lastSafeCut(m_pending, m_searchedUpTo);
     if (cut == 0) {
         // A carriage return at the very end is undecided until the next byte.
-        m_searchedUpTo = m_pending.size() - 1;
-        return;
+        m_searchedUpTo = m_pending.empty() ? 0 : m_pending.size() - 1;
+        return false;
     }
     addMatchesInParts(*m_patterns, std::string_view(m_pending).substr(0, cut), *m_records);
     m_pending.erase(0, cut);
     m_searchedUpTo = 0;
+    return true;
 }
 
 QList<BuildDiagnostic> DiagnosticParser::Stream::finish()

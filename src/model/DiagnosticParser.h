@@ -22,7 +22,8 @@ class ParserRecords;
 // simple form (a severity word at the start of a line).
 //
 // The parser is an immutable value; copies share the compiled patterns and
-// parse() may run on any thread.
+// parse() may run on any thread. A large text is searched on one thread per
+// processor at once, the calling thread among them.
 class DiagnosticParser {
 public:
     static constexpr std::u16string_view locationPattern =
@@ -43,8 +44,9 @@ public:
     // no match can run across.
     class Stream {
     public:
-        // The text is searched whenever pieceSize bytes have come since the
-        // last search and a cut is possible; smaller pieces cost more.
+        // Small pieces are gathered until pieceSize bytes are held and a cut
+        // is possible; a piece of pieceSize or more is searched where it
+        // lies. Searching smaller amounts at a time costs more.
         explicit Stream(const DiagnosticParser& parser, std::size_t pieceSize = 256 * 1024);
         ~Stream();
         Stream(const Stream&) = delete;
@@ -60,6 +62,9 @@ public:
         static std::size_t lastSafeCut(std::string_view utf8, std::size_t from = 0);
 
     private:
+        // Searches the held text up to its last cut; false when it has none.
+        bool searchHeldText();
+
         std::shared_ptr<const Patterns> m_patterns;
         std::unique_ptr<ParserRecords> m_records;
         std::size_t m_pieceSize;

@@ -74,3 +74,46 @@ TEST(BuildComparison, SharingTextsTakesTheEarlierStorageAndChangesNoValue)
 
 } // namespace
 } // namespace corvane
+
+namespace corvane {
+namespace {
+
+// Builds of that size are compared on two threads; the outcome must be the
+// one the plain definition gives.
+TEST(BuildComparison, LargeBuildsGiveWhatTheDefinitionGives)
+{
+    QList<BuildDiagnostic> previous;
+    QList<BuildDiagnostic> current;
+    for (qint64 line = 0; line < 15000; ++line) {
+        previous.append(make(DiagnosticSeverity::warning, QStringLiteral("w %1").arg(line % 9000), line));
+        // A third of the lines moved, so a third is new and a third fixed.
+        current.append(make(DiagnosticSeverity::warning, QStringLiteral("w %1").arg(line % 9000),
+                            line % 3 == 0 ? line + 100000 : line));
+    }
+    QSet<DiagnosticSignature> before;
+    for (const BuildDiagnostic& d : previous)
+        before.insert(d.signature());
+    QSet<DiagnosticSignature> after;
+    QSet<QUuid> expectedNew;
+    for (const BuildDiagnostic& d : current) {
+        after.insert(d.signature());
+        if (!before.contains(d.signature()))
+            expectedNew.insert(d.id);
+    }
+    QList<BuildDiagnostic> expectedFixed;
+    for (const BuildDiagnostic& d : previous) {
+        if (!after.contains(d.signature()))
+            expectedFixed.append(d);
+    }
+    ASSERT_EQ(expectedNew.size(), 5000);
+
+    const QList<BuildDiagnostic> values = current;
+    const BuildComparison comparison = compareDiagnosticsSharingTexts(current, previous);
+    EXPECT_EQ(comparison.newDiagnosticIDs, expectedNew);
+    EXPECT_EQ(comparison.fixedDiagnostics, expectedFixed);
+    EXPECT_EQ(current, values);
+    EXPECT_EQ(current[1].message.constData(), previous[1].message.constData());
+}
+
+} // namespace
+} // namespace corvane

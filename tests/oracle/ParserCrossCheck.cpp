@@ -90,13 +90,17 @@ std::optional<std::string> crossCheckParser(const DiagnosticParser& parser, std:
     if (auto difference = compareDiagnostics("by candidates", parser.parse(utf8Text), full))
         return difference;
 
-    // The text streamed in pieces of 1 to 7 bytes, searched at every cut the
-    // stream allows, must give the same diagnostics.
-    DiagnosticParser::Stream stream(parser, 1);
-    for (size_t at = 0, piece = 1; at < utf8Text.size(); at += piece, piece = piece % 7 + 1)
-        stream.append(utf8Text.substr(at, piece));
-    if (auto difference = compareDiagnostics("streamed", stream.finish(), full))
-        return difference;
+    // The text streamed in pieces of 1 to 7 bytes must give the same
+    // diagnostics, whether each piece is searched where it lies, as large
+    // pieces are (pieceSize 1), or gathered first, as small ones are.
+    for (const size_t pieceSize : {1, 16}) {
+        DiagnosticParser::Stream stream(parser, pieceSize);
+        for (size_t at = 0, piece = 1; at < utf8Text.size(); at += piece, piece = piece % 7 + 1)
+            stream.append(utf8Text.substr(at, piece));
+        if (auto difference =
+                compareDiagnostics(pieceSize == 1 ? "streamed" : "streamed and gathered", stream.finish(), full))
+            return difference;
+    }
     return std::nullopt;
 }
 
