@@ -6,14 +6,12 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QProcess>
-#include <QStringDecoder>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <functional>
-#include <limits>
 #include <new>
 #include <thread>
 
@@ -74,37 +72,6 @@ void endProcess(QProcess& process)
 {
     process.kill();
     process.waitForFinished(-1);
-}
-
-// gzip keeps the uncompressed size modulo 2^32 in the last four bytes. It is a
-// hint only: a file of several members or of 4 GiB and more tells a smaller
-// size, and a damaged one any size at all, so it never asks for more than
-// the text may hold.
-qsizetype uncompressedSizeHint(QFile& file, qint64 textLimit)
-{
-    const qint64 size = file.size();
-    if (size < 18 || !file.seek(size - 4))
-        return 0;
-    const QByteArray trailer = file.read(4);
-    if (trailer.size() != 4)
-        return 0;
-    const auto byte = [&](int i) { return static_cast<quint32>(static_cast<unsigned char>(trailer[i])); };
-    const qint64 hint = byte(0) | byte(1) << 8 | byte(2) << 16 | byte(3) << 24;
-    // Deflate cannot expand more than about 1032 to 1.
-    if (hint > size * 1032 || hint > std::numeric_limits<qsizetype>::max() / 2)
-        return 0;
-    return static_cast<qsizetype>(std::min(hint, textLimit));
-}
-
-// The reservation only saves copying: without the memory for it, the text
-// grows as it comes.
-ReadableTextExtractor extractorFor(qsizetype expectedBytes)
-{
-    try {
-        return ReadableTextExtractor(expectedBytes);
-    } catch (const std::bad_alloc&) {
-        return ReadableTextExtractor();
-    }
 }
 
 // The pipe gzip writes its standard output into. It is ours rather than
@@ -277,54 +244,26 @@ Result<QByteArray> openLog(QFile& file, const QString& path)
     return head;
 }
 
-Result<QByteArray> readLimitedActivityLog(const QString& path, qint64 textLimit)
+// Reads the log through the extraction, giving the extractor to `take`
+// after every chunk to take from it what text it wants; what is left at the
+// end is the result.
+Result<QByteArray> readThrough(const QString& path, qint64 textLimit, qsizetype firstBytes,
+                               const std::function<void(ReadableTextExtractor&)>& take)
 {
     QFile file;
     const Result<QByteArray> opened = openLog(file, path);
     if (!opened)
         return opened.error();
-    const QByteArray& head = opened.value();
-    if (head.isEmpty())
-        return QByteArray();
-
-    if (!hasGzipSignature(head)) {
-        // The text is never longer than the file (one line feed aside).
-        if (file.size() > textLimit)
-            return tooLarge(textLimit);
-        QByteArray bytes = head + file.readAll();
-        if (file.error() != QFileDevice::NoError)
-            return fileError(file);
-        return extractReadableText(bytes);
-    }
-
-    ReadableTextExtractor extractor = extractorFor(uncompressedSizeHint(file, textLimit));
-    file.close();
-    const Result<void> run = runGzip(path, textLimit, [&](QByteArrayView chunk) {
-        extractor.append(chunk);
-        return extractor.size() <= textLimit;
-    });
-    if (!run)
-        return run.error();
-    return extractor.finish();
-}
-
-Result<void> readPieces(const QString& path, qint64 textLimit, const std::function<void(QByteArrayView)>& textSink)
-{
-    QFile file;
-    const Result<QByteArray> opened = openLog(file, path);
-    if (!opened)
-        return opened.error();
-    ReadableTextExtractor extractor;
-    qint64 passed = 0;
+    ReadableTextExtractor extractor(firstBytes);
+    qint64 taken = 0;
     // False once the text is longer than the limit.
     const auto pass = [&](QByteArrayView chunk) {
         extractor.append(chunk);
-        passed += extractor.text().size();
-        if (passed + extractor.size() > textLimit)
+        const qsizetype held = extractor.size();
+        if (taken + held > textLimit)
             return false;
-        if (!extractor.text().isEmpty())
-            textSink(extractor.text());
-        extractor.discardText();
+        take(extractor);
+        taken += held - extractor.size();
         return true;
     };
     if (!hasGzipSignature(opened.value())) {
@@ -342,10 +281,7 @@ Result<void> readPieces(const QString& path, qint64 textLimit, const std::functi
         if (!run)
             return run.error();
     }
-    const QByteArray rest = extractor.finish();
-    if (!rest.isEmpty())
-        textSink(rest);
-    return {};
+    return extractor.finish();
 }
 
 } // namespace
@@ -353,8 +289,20 @@ Result<void> readPieces(const QString& path, qint64 textLimit, const std::functi
 Result<void> readActivityLogInPieces(const QString& path, qint64 textLimit,
                                      const std::function<void(QByteArrayView)>& textSink)
 {
+    // Whatever the limit, the address space can be smaller still: a log that
+    // does not fit fails like any other unreadable log.
     try {
-        return readPieces(path, textLimit, textSink);
+        // One buffer serves every piece, so no fresh memory is touched.
+        const Result<QByteArray> rest = readThrough(path, textLimit, 0, [&](ReadableTextExtractor& extractor) {
+            if (!extractor.text().isEmpty())
+                textSink(extractor.text());
+            extractor.discardText();
+        });
+        if (!rest)
+            return rest.error();
+        if (!rest.value().isEmpty())
+            textSink(rest.value());
+        return {};
     } catch (const std::bad_alloc&) {
         return tooLarge(textLimit);
     }
@@ -363,20 +311,23 @@ Result<void> readActivityLogInPieces(const QString& path, qint64 textLimit,
 Result<QList<QByteArray>> readActivityLogInBlocks(const QString& path, qsizetype blockBytes)
 {
     const qint64 limit = StorageFile::readLimit();
-    QList<QByteArray> blocks;
-    QByteArray block;
-    const Result<void> read = readActivityLogInPieces(path, limit, [&](QByteArrayView piece) {
-        if (block.isEmpty())
-            block.reserve(blockBytes + piece.size());
-        block.append(piece);
-        if (block.size() >= blockBytes)
-            blocks.append(std::exchange(block, QByteArray()));
-    });
-    if (!read)
-        return read.error();
-    if (!block.isEmpty())
-        blocks.append(std::move(block));
-    return blocks;
+    try {
+        // The extraction writes each block itself; a full one is taken as it is.
+        QList<QByteArray> blocks;
+        // Room for a block and the last chunk that fills it.
+        const qsizetype room = blockBytes + (qsizetype(1) << 20);
+        const Result<QByteArray> rest = readThrough(path, limit, room, [&](ReadableTextExtractor& extractor) {
+            if (extractor.text().size() >= blockBytes)
+                blocks.append(extractor.takeText(room));
+        });
+        if (!rest)
+            return rest.error();
+        if (!rest.value().isEmpty())
+            blocks.append(rest.value());
+        return blocks;
+    } catch (const std::bad_alloc&) {
+        return tooLarge(limit);
+    }
 }
 
 bool hasGzipSignature(QByteArrayView bytes)
@@ -408,10 +359,8 @@ Result<QByteArray> readActivityLog(const QString& path) { return readActivityLog
 
 Result<QByteArray> readActivityLog(const QString& path, qint64 textLimit)
 {
-    // Whatever the limit, the address space can be smaller still: a log that
-    // does not fit fails like any other unreadable log.
     try {
-        return readLimitedActivityLog(path, textLimit);
+        return readThrough(path, textLimit, 0, [](ReadableTextExtractor&) {});
     } catch (const std::bad_alloc&) {
         return tooLarge(textLimit);
     }

@@ -83,6 +83,13 @@ void ReadableTextExtractor::append(QByteArrayView chunk)
     }
 }
 
+QByteArray ReadableTextExtractor::takeText(qsizetype nextBytes)
+{
+    QByteArray taken = std::exchange(m_text, QByteArray());
+    m_text.reserve(nextBytes);
+    return taken;
+}
+
 QByteArray ReadableTextExtractor::finish()
 {
     if (!m_carry.isEmpty()) {

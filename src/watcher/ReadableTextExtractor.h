@@ -30,6 +30,9 @@ public:
     // one chunk's text is held at a time.
     QByteArrayView text() const { return m_text; }
     void discardText() { m_text.resize(0); }
+    // Hands over the text of the runs ended so far, the next text going into
+    // a fresh buffer with room for nextBytes.
+    QByteArray takeText(qsizetype nextBytes);
 
     static bool isTextByte(unsigned char byte) { return textByteTable().values[byte]; }
 
