@@ -5,14 +5,13 @@
 #include "CheckInput.h"
 #include "CheckReport.h"
 #include "DiagnosticParser.h"
+#include "StartBeside.h"
 
 #include <QCommandLineParser>
 #include <QSaveFile>
 
-#include <future>
-#include <system_error>
-
 #include <algorithm>
+#include <future>
 #include <memory>
 #include <variant>
 #include <vector>
@@ -236,15 +235,10 @@ int CheckCommand::run(const QStringList& arguments, Streams streams)
     // read, which leaves a processor idle waiting for gzip.
     std::future<Result<QList<BuildDiagnostic>>> baselineFile;
     if (options.baselineFile || options.historyProject) {
-        const auto read = [&options] {
+        baselineFile = startBeside([&options] {
             return options.baselineFile ? CheckInput::readBaselineFile(*options.baselineFile)
                                         : CheckInput::readHistoryBaseline(*options.historyProject, options.historyFile);
-        };
-        try {
-            baselineFile = std::async(std::launch::async, read);
-        } catch (const std::system_error&) {
-            baselineFile = std::async(std::launch::deferred, read);
-        }
+        });
     }
     Result<QList<BuildDiagnostic>> current = CheckInput::readLogDiagnostics(options.log, streams.input, parser);
     if (baselineFile.valid()) {

@@ -1,13 +1,12 @@
 #include "BuildComparison.h"
 
 #include "DiagnosticSignature.h"
+#include "StartBeside.h"
 
 #include <QHash>
 
 #include <algorithm>
-#include <future>
 #include <optional>
-#include <system_error>
 #include <vector>
 
 namespace corvane {
@@ -92,20 +91,6 @@ size_t qHash(const MovableKey& key, size_t seed = 0)
 
 bool samePlace(const BuildDiagnostic& a, const BuildDiagnostic& b) { return a.line == b.line && a.column == b.column; }
 
-// Runs work on a thread of its own when `beside` holds and a thread is to be
-// had; otherwise here and now, and the future it gives is empty.
-template <typename Work>
-std::future<void> runBesideIf(bool beside, Work work)
-{
-    if (beside) {
-        try {
-            return std::async(std::launch::async, std::move(work));
-        } catch (const std::system_error&) {}
-    }
-    work();
-    return {};
-}
-
 // onMatch(current, previous) is told of each meaningful diagnostic of the
 // current list and the previous one it matches.
 template <typename OnMatch>
@@ -119,18 +104,19 @@ BuildComparison compareBySignature(const QList<BuildDiagnostic>& current, const 
     constexpr qsizetype largeLists = 20000;
     const bool large = current.size() + previous.size() >= largeLists;
     std::optional<SignatureTable> previousSignatures;
-    std::future<void> building = runBesideIf(large, [&] { previousSignatures.emplace(previous); });
+    std::future<void> building = startBeside([&] { previousSignatures.emplace(previous); }, large);
     const SignatureTable currentSignatures(current);
-    if (building.valid())
-        building.get();
+    building.get();
 
     QList<BuildDiagnostic> fixed;
-    std::future<void> fixing = runBesideIf(large, [&] {
-        for (const SignatureTable::Entry& entry : previousSignatures->entries()) {
-            if (!currentSignatures.find(entry))
-                fixed.append(*entry.diagnostic);
-        }
-    });
+    std::future<void> fixing = startBeside(
+        [&] {
+            for (const SignatureTable::Entry& entry : previousSignatures->entries()) {
+                if (!currentSignatures.find(entry))
+                    fixed.append(*entry.diagnostic);
+            }
+        },
+        large);
     BuildComparison comparison;
     comparison.hasBaseline = true;
     for (const SignatureTable::Entry& entry : currentSignatures.entries()) {
@@ -139,8 +125,7 @@ BuildComparison compareBySignature(const QList<BuildDiagnostic>& current, const 
         else
             comparison.newDiagnosticIDs.insert(entry.diagnostic->id);
     }
-    if (fixing.valid())
-        fixing.get();
+    fixing.get();
     comparison.fixedDiagnostics = std::move(fixed);
     return comparison;
 }

@@ -4,6 +4,7 @@
 #include "ParserPatterns.h"
 #include "ParserRecords.h"
 #include "ParserSearch.h"
+#include "StartBeside.h"
 
 #include <QThread>
 
@@ -14,7 +15,6 @@
 #include <future>
 #include <limits>
 #include <string>
-#include <system_error>
 #include <utility>
 
 namespace corvane {
@@ -97,15 +97,8 @@ void DiagnosticParser::addMatchesInParts(const Patterns& patterns, std::string_v
     }
     std::vector<ParserRecords> later(parts.size() - 1);
     std::vector<std::future<void>> others;
-    for (std::size_t i = 1; i < parts.size(); ++i) {
-        const auto search = [&, i] { addMatches(patterns, parts[i], later[i - 1]); };
-        try {
-            others.push_back(std::async(std::launch::async, search));
-        } catch (const std::system_error&) {
-            // No thread to be had: this one does the part itself.
-            search();
-        }
-    }
+    for (std::size_t i = 1; i < parts.size(); ++i)
+        others.push_back(startBeside([&, i] { addMatches(patterns, parts[i], later[i - 1]); }));
     addMatches(patterns, parts[0], records);
     for (std::future<void>& other : others)
         other.get();
