@@ -14,11 +14,6 @@ namespace corvane {
 
 namespace {
 
-QString slice(std::string_view text, ByteRange range)
-{
-    return QString::fromUtf8(text.data() + range.begin, qsizetype(range.end - range.begin));
-}
-
 std::string_view bytesOf(std::string_view text, ByteRange range)
 {
     return text.substr(size_t(range.begin), size_t(range.end - range.begin));
@@ -65,13 +60,6 @@ bool isCleanMessage(std::string_view captured)
         && captured.find('\t') == std::string_view::npos && captured.find("  ") == std::string_view::npos;
 }
 
-// cleanMessage() of the captured bytes.
-QString cleanedMessage(std::string_view captured)
-{
-    const QString text = QString::fromUtf8(captured.data(), qsizetype(captured.size()));
-    return isCleanMessage(captured) ? text : DiagnosticParser::cleanMessage(text);
-}
-
 // ":" and the number, when there is one.
 void appendNumberPart(std::string& text, std::optional<qint64> number)
 {
@@ -94,7 +82,58 @@ QRandomGenerator seededGenerator()
     return QRandomGenerator(seed);
 }
 
+// Whether text is what QString::fromUtf8() makes of bytes. ASCII is compared
+// in place; anything else is rare enough to be converted.
+bool isTextOf(QStringView text, std::string_view bytes)
+{
+    if (text.size() > qsizetype(bytes.size()))
+        return false;
+    for (size_t i = 0; i < bytes.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(bytes[i]);
+        if (byte >= 0x80)
+            return text == QString::fromUtf8(bytes.data(), qsizetype(bytes.size()));
+        if (qsizetype(i) >= text.size() || text[qsizetype(i)].unicode() != byte)
+            return false;
+    }
+    return text.size() == qsizetype(bytes.size());
+}
+
 } // namespace
+
+QString ParserRecords::SharedTexts::fromUtf8(std::string_view bytes)
+{
+    // The empty text has no storage to share, and a null QString marks a
+    // free slot.
+    if (bytes.empty())
+        return QString::fromUtf8(bytes.data(), 0);
+    if (2 * (m_used + 1) > m_slots.size())
+        grow();
+    const std::size_t hash = std::hash<std::string_view>{}(bytes);
+    const std::size_t mask = m_slots.size() - 1;
+    std::size_t i = hash & mask;
+    for (; !m_slots[i].text.isNull(); i = (i + 1) & mask) {
+        if (m_slots[i].hash == hash && isTextOf(m_slots[i].text, bytes))
+            return m_slots[i].text;
+    }
+    m_slots[i] = {hash, QString::fromUtf8(bytes.data(), qsizetype(bytes.size()))};
+    ++m_used;
+    return m_slots[i].text;
+}
+
+void ParserRecords::SharedTexts::grow()
+{
+    std::vector<Slot> old(2 * m_slots.size());
+    old.swap(m_slots);
+    const std::size_t mask = m_slots.size() - 1;
+    for (Slot& slot : old) {
+        if (slot.text.isNull())
+            continue;
+        std::size_t i = slot.hash & mask;
+        while (!m_slots[i].text.isNull())
+            i = (i + 1) & mask;
+        m_slots[i] = std::move(slot);
+    }
+}
 
 ParserRecords::Index::Index(std::size_t records) : m_slots(std::bit_ceil(2 * records + 16)) {}
 
@@ -217,6 +256,15 @@ void ParserRecords::reserve(std::size_t more)
     m_messageHashes.reserve(std::size_t(m_result.capacity()));
 }
 
+// cleanMessage() of the captured bytes, shared with the records before
+// when it needs no cleaning, as nearly every message does.
+QString ParserRecords::message(std::string_view captured, bool clean)
+{
+    if (clean)
+        return m_messages.fromUtf8(captured);
+    return DiagnosticParser::cleanMessage(QString::fromUtf8(captured.data(), qsizetype(captured.size())));
+}
+
 void ParserRecords::addLocated(std::string_view text, const std::vector<LocatedMatch>& matches)
 {
     // Consecutive diagnostics are often about the same file; they share its
@@ -229,14 +277,12 @@ void ParserRecords::addLocated(std::string_view text, const std::vector<LocatedM
         BuildDiagnostic d;
         const std::string_view messageBytes = bytesOf(text, m.message);
         const bool clean = isCleanMessage(messageBytes);
-        d.message = clean
-            ? QString::fromUtf8(messageBytes.data(), qsizetype(messageBytes.size()))
-            : DiagnosticParser::cleanMessage(QString::fromUtf8(messageBytes.data(), qsizetype(messageBytes.size())));
+        d.message = message(messageBytes, clean);
         if (d.message.isEmpty())
             continue;
         if (bytesOf(text, m.path) != lastPath) {
             lastPath = bytesOf(text, m.path);
-            lastPathString = slice(text, m.path);
+            lastPathString = m_paths.fromUtf8(lastPath);
         }
         d.filePath = lastPathString;
         d.line = numberFrom(bytesOf(text, m.line));
@@ -273,7 +319,8 @@ void ParserRecords::addSimple(std::string_view text, const std::vector<SimpleMat
         PendingSimple pending;
         pending.word = severityWord(bytesOf(text, m.severity));
         BuildDiagnostic& d = pending.diagnostic;
-        d.message = cleanedMessage(bytesOf(text, m.message));
+        const std::string_view messageBytes = bytesOf(text, m.message);
+        d.message = message(messageBytes, isCleanMessage(messageBytes));
         if (d.message.isEmpty())
             continue;
         d.severity = severityOf(pending.word);

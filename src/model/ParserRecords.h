@@ -65,6 +65,27 @@ private:
         std::size_t m_used = 0;
     };
 
+    // One string for each text met again: a huge build repeats a few dozen
+    // messages and each file's path over hundreds of thousands of records,
+    // and a copy of each would be most of the records' memory. Texts are
+    // looked up by the bytes they are made from, so a text met again costs
+    // no conversion and no allocation.
+    class SharedTexts {
+    public:
+        // The string equal to QString::fromUtf8(bytes).
+        QString fromUtf8(std::string_view bytes);
+
+    private:
+        struct Slot {
+            std::size_t hash = 0;
+            QString text; // null: free
+        };
+        void grow();
+
+        std::vector<Slot> m_slots = std::vector<Slot>(256);
+        std::size_t m_used = 0;
+    };
+
     // A simple match's record, waiting for the end of the located ones.
     struct PendingSimple {
         BuildDiagnostic diagnostic;
@@ -75,12 +96,15 @@ private:
     // False when a record of the same signature is there already.
     bool append(BuildDiagnostic diagnostic, std::size_t messageHash);
     QUuid nextId();
+    QString message(std::string_view captured, bool clean);
 
     QList<BuildDiagnostic> m_result;
     // The hash of each kept record's severity and message.
     std::vector<std::size_t> m_messageHashes;
     std::vector<PendingSimple> m_simple;
     Index m_signatures;
+    SharedTexts m_paths;
+    SharedTexts m_messages;
     // The raw text being put together, kept for its capacity.
     std::string m_rawText;
     AbsoluteTime m_now;

@@ -151,6 +151,27 @@ TEST(DiagnosticParser, DuplicatesAndResultOrder)
                                             QStringLiteral("note: twice")}));
 }
 
+// A huge build repeats its messages and paths hundreds of thousands of
+// times; records hold one string of each, also with other lines between.
+TEST(DiagnosticParser, RepeatedPathsAndMessagesShareOneString)
+{
+    const QList<BuildDiagnostic> found = parse(QStringLiteral(
+        "/a/\u00E9.c:1: warning: unused '\u00E4'\n"
+        "/b/x.c:2: warning: other\n"
+        "/a/\u00E9.c:3: warning: unused '\u00E4'\n"
+        "/a/\u00E9.cc:4: warning: unused '\u00E4'\n"
+        "/a/\u00E9.c:5: warning: unused '\u00E4x'\n"
+        "error: other\n"));
+    ASSERT_EQ(found.size(), 6);
+    const auto storage = [](const QString& text) { return text.constData(); };
+    EXPECT_EQ(storage(*found[0].filePath), storage(*found[2].filePath));
+    EXPECT_EQ(storage(*found[0].filePath), storage(*found[4].filePath));
+    EXPECT_EQ(*found[3].filePath, QStringLiteral("/a/\u00E9.cc"));
+    EXPECT_EQ(storage(found[0].message), storage(found[3].message));
+    EXPECT_EQ(found[4].message, QStringLiteral("unused '\u00E4x'"));
+    EXPECT_EQ(storage(found[1].message), storage(found[5].message));
+}
+
 TEST(DiagnosticParser, ControlCharactersSeparateLines)
 {
     const QString text = QStringLiteral("/a/b.swift:1: error: first") + QChar(u'\0')
