@@ -62,7 +62,10 @@ TEST(BinaryPropertyList, KeepsStringsOfEveryLengthAndForm)
     const QList<QString> strings{
         QString(), QStringLiteral("a"), QString(14, u'x'), QString(15, u'x'), QString(300, u'y'),
         QString(70000, u'z'), QStringLiteral("naïve"), QStringLiteral("emoji 😀 and CJK 漢字"),
-        QString(20, QChar(0x7F)), QString(1, QChar(0x80)), QString(40000, QChar(0x00E9))};
+        QString(20, QChar(0x7F)), QString(1, QChar(0x80)), QString(40000, QChar(0x00E9)),
+        // Texts are copied eight characters at a time, then one at a time.
+        QStringLiteral("abcdefgh\u00E9"), QStringLiteral("abcdefghijklmno\u0100xyz"),
+        QStringLiteral("\uFFFFbcdefghijklmnop")};
     for (const QString& s : strings) {
         const PropertyListValue back = roundTrip(PropertyListValue(s));
         ASSERT_NE(back.string(), nullptr);
