@@ -1,8 +1,9 @@
 #include "BuildHistoryWriter.h"
 
 #include "BinaryPropertyListOutput.h"
+#include "HistoryTextPlanner.h"
 #include "PropertyListRecords.h"
-#include "StringObjectTable.h"
+#include "StartBeside.h"
 
 #include <QHash>
 
@@ -51,6 +52,11 @@ constexpr std::array<QStringView, size_t(Key::count)> keyNames{
     u"timestamp",       u"hasBaseline", u"newDiagnosticIDs", u"fixedDiagnostics",
 };
 
+// Texts numbered on the planner's thread at a time: enough that starting the
+// thread is nothing beside the work, few enough that the writing waits for
+// the first piece only briefly.
+constexpr qsizetype textsPerPiece = 32 * 1024;
+
 // A dictionary's references, gathered before it is written.
 struct Entries {
     std::array<quint32, 8> keys;
@@ -71,8 +77,10 @@ struct Entries {
 // containers are numbered when it is written and filled in after it.
 class Encoder {
 public:
-    explicit Encoder(QIODevice& device) : m_out(device) {}
-    bool run(const BuildHistoryArchive& archive);
+    Encoder(const BuildHistoryArchive& archive, QIODevice& device)
+        : m_archive(archive), m_out(device), m_planner(archive)
+    {}
+    bool run();
 
 private:
     static constexpr quint32 unset = std::numeric_limits<quint32>::max();
@@ -94,9 +102,16 @@ private:
     void diagnostic(const BuildDiagnostic& diagnostic, quint32 self);
     void comparison(const BuildComparison& comparison, quint32 self);
 
+    const BuildHistoryArchive& m_archive;
     BinaryPropertyListOutput m_out;
     std::vector<quint64> m_offsets; // by object; 0 until written
-    StringObjectTable m_strings;
+    // The texts are numbered a piece ahead of the writing, on a thread
+    // beside it; each number's object is noted when its first text is met.
+    HistoryTextPlanner m_planner;
+    HistoryTextPlanner::Piece m_piece;
+    size_t m_pieceUsed = 0;
+    std::future<HistoryTextPlanner::Piece> m_nextPiece;
+    std::vector<quint32> m_textObjects;
     std::array<quint32, allDiagnosticSeverities.size()> m_severities;
     // Line and column numbers are mostly small, and a table of those beats
     // hashing them.
@@ -122,13 +137,30 @@ quint32 Encoder::allocate(qsizetype count)
 
 quint32 Encoder::string(const QString& text)
 {
-    const quint32 next = quint32(m_offsets.size());
-    const quint32 object = m_strings.findOrAdd(text, next);
-    if (object == next) {
-        allocate();
-        begin(object);
-        m_out.writeString(text);
+    if (m_pieceUsed == m_piece.texts.size()) {
+        m_piece = m_nextPiece.get();
+        m_pieceUsed = 0;
+        m_nextPiece = startBeside([this] { return m_planner.next(textsPerPiece); });
     }
+    // The planner walks the archive as this does; anything else is a fault here.
+    Q_ASSERT(m_piece.texts[m_pieceUsed] == &text);
+    // A text met for the first time is copied into the file; its characters
+    // are fetched while the texts before it are written.
+    constexpr size_t ahead = 8;
+    if (const size_t later = m_pieceUsed + ahead;
+        later < m_piece.texts.size() && m_piece.numbers[later] >= m_textObjects.size()) {
+        const QString& text = *m_piece.texts[later];
+        const auto* characters = reinterpret_cast<const char*>(text.constData());
+        for (qsizetype line = 0; line < std::min<qsizetype>(2 * text.size(), 256); line += 64)
+            __builtin_prefetch(characters + line);
+    }
+    const quint32 number = m_piece.numbers[m_pieceUsed++];
+    if (number < m_textObjects.size())
+        return m_textObjects[number];
+    const quint32 object = allocate();
+    begin(object);
+    m_out.writeString(text);
+    m_textObjects.push_back(object);
     return object;
 }
 
@@ -229,14 +261,14 @@ void Encoder::diagnostics(const QList<BuildDiagnostic>& list, quint32 self)
     begin(self);
     m_out.writeArrayMarker(quint64(list.size()));
     m_out.writeConsecutiveReferences(first, list.size());
-    constexpr qsizetype ahead = 8;
+    // The records are far apart in memory from what they refer to; fetching
+    // one a few ahead overlaps its cache misses with the writing.
+    constexpr qsizetype ahead = 4;
     for (qsizetype i = 0; i < list.size(); ++i) {
         if (i + ahead < list.size()) {
-            const BuildDiagnostic& later = list[i + ahead];
-            m_strings.prefetch(later.message);
-            m_strings.prefetch(later.rawText);
-            if (later.filePath)
-                m_strings.prefetch(*later.filePath);
+            const auto* later = reinterpret_cast<const char*>(&list[i + ahead]);
+            for (size_t line = 0; line < sizeof(BuildDiagnostic); line += 64)
+                __builtin_prefetch(later + line);
         }
         diagnostic(list[i], first + quint32(i));
     }
@@ -304,8 +336,9 @@ quint64 mostObjects(const BuildHistoryArchive& archive)
     return count;
 }
 
-bool Encoder::run(const BuildHistoryArchive& archive)
+bool Encoder::run()
 {
+    const BuildHistoryArchive& archive = m_archive;
     const quint64 most = mostObjects(archive);
     // Object numbers are 32 bits here; no history comes near that.
     if (most > std::numeric_limits<quint32>::max())
@@ -314,6 +347,7 @@ bool Encoder::run(const BuildHistoryArchive& archive)
     m_out.writeMagic();
     m_offsets.reserve(size_t(most));
     m_severities.fill(unset);
+    m_nextPiece = startBeside([this] { return m_planner.next(textsPerPiece); });
 
     // The root must be the first object, the keys follow in their order.
     const quint32 root = allocate();
@@ -348,7 +382,7 @@ bool Encoder::run(const BuildHistoryArchive& archive)
 
 bool BuildHistoryWriter::write(const BuildHistoryArchive& archive, QIODevice& device)
 {
-    return Encoder(device).run(archive);
+    return Encoder(archive, device).run();
 }
 
 } // namespace corvane

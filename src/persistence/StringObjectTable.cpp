@@ -46,7 +46,27 @@ void StringObjectTable::prefetch(const QString& text) const
     __builtin_prefetch(&m_storage[storageHash(text.constData()) & (m_storage.size() - 1)]);
 }
 
-quint32 StringObjectTable::findOrAdd(const QString& text, quint32 newObject)
+size_t StringObjectTable::storageSlot(const QChar* characters, quint32 size) const
+{
+    const size_t mask = m_storage.size() - 1;
+    size_t i = storageHash(characters) & mask;
+    while (m_storage[i].characters && (m_storage[i].characters != characters || m_storage[i].size != size))
+        i = (i + 1) & mask;
+    return i;
+}
+
+std::optional<size_t> StringObjectTable::prepare(const QString& text) const
+{
+    if (text.size() > qsizetype(std::numeric_limits<quint32>::max()))
+        return std::nullopt;
+    if (m_storage[storageSlot(text.constData(), quint32(text.size()))].characters)
+        return std::nullopt;
+    const size_t hash = contentHash(text);
+    __builtin_prefetch(&m_content[hash & (m_content.size() - 1)]);
+    return hash;
+}
+
+quint32 StringObjectTable::findOrAdd(const QString& text, quint32 newObject, std::optional<size_t> preparedHash)
 {
     // Sizes are kept in 32 bits; a longer text is simply stored again.
     if (text.size() > qsizetype(std::numeric_limits<quint32>::max()))
@@ -56,16 +76,13 @@ quint32 StringObjectTable::findOrAdd(const QString& text, quint32 newObject)
 
     if (full(m_storageUsed, m_storage.size()))
         grow<StorageSlot>(m_storage, [](const StorageSlot& s) { return storageHash(s.characters); });
-    const size_t storageMask = m_storage.size() - 1;
-    size_t free = storageHash(characters) & storageMask;
-    for (; m_storage[free].characters; free = (free + 1) & storageMask) {
-        if (m_storage[free].characters == characters && m_storage[free].size == size)
-            return m_storage[free].object;
-    }
+    const size_t free = storageSlot(characters, size);
+    if (m_storage[free].characters)
+        return m_storage[free].object;
 
     if (full(m_contentUsed, m_content.size()))
         grow<ContentSlot>(m_content, [](const ContentSlot& s) { return s.hash; });
-    const size_t hash = contentHash(text);
+    const size_t hash = preparedHash ? *preparedHash : contentHash(text);
     const size_t contentMask = m_content.size() - 1;
     size_t i = hash & contentMask;
     quint32 object = newObject;

@@ -2,6 +2,7 @@
 
 #include <QString>
 
+#include <optional>
 #include <vector>
 
 namespace corvane {
@@ -20,12 +21,18 @@ namespace corvane {
 class StringObjectTable {
 public:
     // The object of a string equal to text if one was stored, else
-    // newObject, which text is then stored as.
-    quint32 findOrAdd(const QString& text, quint32 newObject);
-    // Starts fetching where text's storage is looked up, for a look-up a few
-    // strings later: the tables are far larger than the caches, and waiting
-    // for each miss in turn is most of a look-up's time.
+    // newObject, which text is then stored as. preparedHash, when given, is
+    // what prepare() returned for text.
+    quint32 findOrAdd(const QString& text, quint32 newObject, std::optional<size_t> preparedHash = {});
+
+    // A look-up in three steps, for strings met in a known order: the tables
+    // are far larger than the caches, and waiting for each miss in turn is
+    // most of a look-up's time. prefetch() starts fetching where text's
+    // storage is looked up, some strings ahead; prepare(), nearer, looks it
+    // up and, when the storage is new, hashes the content and starts
+    // fetching where that is looked up, returning the hash for findOrAdd().
     void prefetch(const QString& text) const;
+    std::optional<size_t> prepare(const QString& text) const;
 
 private:
     struct StorageSlot {
@@ -39,6 +46,9 @@ private:
         quint32 size = 0;
         quint32 object = 0;
     };
+
+    // The slot holding characters' storage, or the free one where it goes.
+    size_t storageSlot(const QChar* characters, quint32 size) const;
 
     template <typename Slot>
     static void grow(std::vector<Slot>& slots, size_t (*hashOf)(const Slot&));

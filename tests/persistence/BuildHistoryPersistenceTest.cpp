@@ -100,7 +100,8 @@ BuildSession rebuilt(BuildSession session, bool deep)
 
 // The archive is written straight from the records; it must hold exactly
 // what the record encoders would give, in every shape a record takes, with
-// wide references and with texts shared between sessions.
+// wide references and with texts shared between sessions or only equal,
+// over enough texts that their numbering runs ahead in several pieces.
 TEST_F(BuildHistoryPersistenceTest, ArchiveHoldsWhatTheRecordEncodersGive)
 {
     QList<BuildSession> sessions = sampleSessions(3, 5);
@@ -110,8 +111,9 @@ TEST_F(BuildHistoryPersistenceTest, ArchiveHoldsWhatTheRecordEncodersGive)
     sessions[0].diagnostics[1].line = 70000;
     // Equal time stamps side by side, then a different one.
     sessions[0].diagnostics[2].timestamp = sessions[0].diagnostics[1].timestamp;
-    BuildSession big = sampleSession(7, 8000);
+    BuildSession big = sampleSession(7, 20000);
     sessions.append(rebuilt(big, false));
+    sessions.append(rebuilt(big, true));
     sessions.append(big);
     const BuildHistoryArchive archive{1, AbsoluteTime{2.25}, sessions};
 
