@@ -242,8 +242,12 @@ void BinaryPropertyListOutput::writeTrailer(int offsetSize, quint64 objectCount,
 
 bool BinaryPropertyListOutput::finish()
 {
-    flush();
+    // The rest is written here, as there is nothing left to do beside it.
     wait();
+    if (m_used > 0 && m_device.write(m_buffer.constData(), m_used) != m_used)
+        m_failed = true;
+    m_flushed += quint64(m_used);
+    m_used = 0;
     return !m_failed;
 }
 

@@ -131,6 +131,36 @@ QString uniqueSuffix()
     return suffix;
 }
 
+// A file whose written bytes start on their way to the disk as they come,
+// a few megabytes at a time, so that the flush before the rename waits only
+// for the last of them rather than for a whole history.
+class WritebackFile : public QFile {
+public:
+    using QFile::QFile;
+
+protected:
+    qint64 writeData(const char* data, qint64 size) override
+    {
+        const qint64 written = QFile::writeData(data, size);
+#ifdef __linux__
+        constexpr qint64 step = qint64(16) << 20;
+        if (written > 0)
+            m_pending += written;
+        if (m_pending >= step) {
+            // Only a hint: a failure here changes nothing, fsync() decides.
+            ::sync_file_range(handle(), m_started, m_pending, SYNC_FILE_RANGE_WRITE);
+            m_started += m_pending;
+            m_pending = 0;
+        }
+#endif
+        return written;
+    }
+
+private:
+    qint64 m_started = 0; // bytes already sent on their way
+    qint64 m_pending = 0; // bytes written after those
+};
+
 // What the system said about the last call that failed, as a file error.
 Error systemError(QFileDevice::FileError kind) { return Error{errorDomain::file, int(kind), qt_error_string(errno)}; }
 
@@ -152,7 +182,7 @@ Result<void> StorageFile::writeAtomically(const QString& path, const std::functi
 {
     // A link is followed, so that the file it names is the one replaced.
     const QFileInfo target(QFileInfo(path).isSymLink() ? QFileInfo(path).symLinkTarget() : path);
-    QFile file(target.dir().filePath(temporaryName(target.fileName(), uniqueSuffix())));
+    WritebackFile file(target.dir().filePath(temporaryName(target.fileName(), uniqueSuffix())));
     // NewOnly: whatever already has the name is neither reused nor followed.
     if (!file.open(QIODevice::WriteOnly | QIODevice::NewOnly | QIODevice::Unbuffered))
         return error(file);
