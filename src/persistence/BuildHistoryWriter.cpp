@@ -149,9 +149,9 @@ quint32 Encoder::string(const QString& text)
     constexpr size_t ahead = 8;
     if (const size_t later = m_pieceUsed + ahead;
         later < m_piece.texts.size() && m_piece.numbers[later] >= m_textObjects.size()) {
-        const QString& text = *m_piece.texts[later];
-        const auto* characters = reinterpret_cast<const char*>(text.constData());
-        for (qsizetype line = 0; line < std::min<qsizetype>(2 * text.size(), 256); line += 64)
+        const QString& upcoming = *m_piece.texts[later];
+        const auto* characters = reinterpret_cast<const char*>(upcoming.constData());
+        for (qsizetype line = 0; line < std::min<qsizetype>(2 * upcoming.size(), 256); line += 64)
             __builtin_prefetch(characters + line);
     }
     const quint32 number = m_piece.numbers[m_pieceUsed++];
@@ -347,7 +347,8 @@ bool Encoder::run()
     m_out.writeMagic();
     m_offsets.reserve(size_t(most));
     m_severities.fill(unset);
-    m_nextPiece = startBeside([this] { return m_planner.next(textsPerPiece); });
+    // A small first piece, as the writing waits for it.
+    m_nextPiece = startBeside([this] { return m_planner.next(textsPerPiece / 8); });
 
     // The root must be the first object, the keys follow in their order.
     const quint32 root = allocate();
