@@ -103,6 +103,9 @@ struct BuildStore::Private {
     BuildHistoryPersistence persistence;
     DiagnosticPreferencesPersistence preferencePersistence;
     std::unique_ptr<XcodeBuildWatcher> watcherInstance;
+    // The log whose text is being received, and that text searched so far.
+    QString receivingLogPath;
+    std::unique_ptr<DiagnosticParser::Stream> receivedText;
 
     // The only places that write the published fields: each announces the
     // change while the old value is still in place.
@@ -158,20 +161,6 @@ struct BuildStore::Private {
     {
         return DiagnosticVisibility(
             {severityFilter, searchText, showBuildNoise, warningViewMode, pinnedDiagnostics, ignoredDiagnostics});
-    }
-
-    QList<BuildDiagnostic> parseBlocks(QList<QByteArray> textBlocks) const
-    {
-        if (textBlocks.size() == 1) {
-            const QByteArray& text = textBlocks.constFirst();
-            return parser.parse(std::string_view(text.constData(), size_t(text.size())));
-        }
-        DiagnosticParser::Stream stream(parser);
-        for (QByteArray& block : textBlocks) {
-            stream.append(std::string_view(block.constData(), size_t(block.size())));
-            block = QByteArray();
-        }
-        return stream.finish();
     }
 
     const BuildSession* newestSession(const QString& projectName) const
@@ -294,6 +283,46 @@ struct BuildStore::Private {
         setCaptureState(CaptureState{state.kind, state.payload});
         if (state.kind == Kind::failed)
             setLastWatcherMessage(state.payload);
+        // A read begins, or one ended without its log: any text received
+        // before belongs to no capture.
+        if (state.kind == Kind::processing || state.kind == Kind::failed)
+            receivedText.reset();
+    }
+
+    void capture(QList<BuildDiagnostic> diagnostics, const QString& logPath)
+    {
+        const QString projectName = XcodeBuildWatcher::projectNameForLog(logPath);
+        const BuildSession* previous = newestSession(projectName);
+        const bool hasPrevious = previous != nullptr;
+        // Builds of a huge project repeat most of their texts; the history holds
+        // them once rather than once per build.
+        BuildComparison comparison =
+            compareDiagnosticsSharingTexts(diagnostics, previous ? std::optional(previous->diagnostics) : std::nullopt);
+        const qsizetype meaningful = std::count_if(diagnostics.cbegin(), diagnostics.cend(),
+                                                   [](const BuildDiagnostic& d) { return !d.isBuildNoise(); });
+
+        BuildSession session;
+        session.id = QUuid::createUuid();
+        session.startedAt = AbsoluteTime::now();
+        session.diagnostics = std::move(diagnostics);
+        session.sourceName = sourceNameForBuild(projectName, meaningful);
+        session.projectName = projectName;
+        session.activityLogPath = logPath;
+        session.comparison = std::move(comparison);
+        const BuildSession captured = session;
+        insertSession(std::move(session));
+
+        if (!focusedProjectName || *focusedProjectName == projectName) {
+            setActiveSessionID(captured.id);
+            setWarningViewMode(WarningViewMode::normal);
+            selectDefaultDiagnostic(shownDiagnostics(captured), captured.comparison.newDiagnosticIDs);
+            setLastWatcherMessage(hasPrevious
+                                      ? QString(u"Compared with the previous " % projectName % u" build.")
+                                      : QString(u"Build captured. Baseline established for " % projectName % u"."));
+        }
+
+        // A failed save leaves the history in memory; the next capture writes it all again.
+        (void)persistence.save(sessions);
     }
 
     // Created and wired to the store on first use; not started here.
@@ -308,9 +337,13 @@ struct BuildStore::Private {
                 if (store)
                     store->d->applyWatcherState(state);
             };
-            watcherInstance->onBuild = [store](const QString& logPath, QList<QByteArray> textBlocks) {
+            watcherInstance->onBuildText = [store](const QString& logPath, const QByteArray& textBlock) {
                 if (store)
-                    store->captureBuild(std::move(textBlocks), logPath);
+                    store->receiveBuildText(logPath, textBlock);
+            };
+            watcherInstance->onBuild = [store](const QString& logPath) {
+                if (store)
+                    store->captureReceivedBuild(logPath);
             };
         }
         return *watcherInstance;
@@ -400,44 +433,26 @@ QString BuildStore::statusText() const { return d->captureState.statusText(); }
 
 void BuildStore::captureBuild(const QByteArray& utf8Text, const QString& logPath)
 {
-    captureBuild(QList<QByteArray>{utf8Text}, logPath);
+    d->capture(d->parser.parse(std::string_view(utf8Text.constData(), size_t(utf8Text.size()))), logPath);
 }
 
-void BuildStore::captureBuild(QList<QByteArray> textBlocks, const QString& logPath)
+void BuildStore::receiveBuildText(const QString& logPath, QByteArrayView textBlock)
 {
-    QList<BuildDiagnostic> diagnostics = d->parseBlocks(std::move(textBlocks));
-    const QString projectName = XcodeBuildWatcher::projectNameForLog(logPath);
-    const BuildSession* previous = d->newestSession(projectName);
-    const bool hasPrevious = previous != nullptr;
-    // Builds of a huge project repeat most of their texts; the history holds
-    // them once rather than once per build.
-    BuildComparison comparison =
-        compareDiagnosticsSharingTexts(diagnostics, previous ? std::optional(previous->diagnostics) : std::nullopt);
-    const qsizetype meaningful = std::count_if(diagnostics.cbegin(), diagnostics.cend(),
-                                               [](const BuildDiagnostic& d) { return !d.isBuildNoise(); });
-
-    BuildSession session;
-    session.id = QUuid::createUuid();
-    session.startedAt = AbsoluteTime::now();
-    session.diagnostics = std::move(diagnostics);
-    session.sourceName = sourceNameForBuild(projectName, meaningful);
-    session.projectName = projectName;
-    session.activityLogPath = logPath;
-    session.comparison = std::move(comparison);
-    const BuildSession captured = session;
-    d->insertSession(std::move(session));
-
-    if (!d->focusedProjectName || *d->focusedProjectName == projectName) {
-        d->setActiveSessionID(captured.id);
-        d->setWarningViewMode(WarningViewMode::normal);
-        d->selectDefaultDiagnostic(d->shownDiagnostics(captured), captured.comparison.newDiagnosticIDs);
-        d->setLastWatcherMessage(hasPrevious
-                                     ? QString(u"Compared with the previous " % projectName % u" build.")
-                                     : QString(u"Build captured. Baseline established for " % projectName % u"."));
+    if (!d->receivedText || d->receivingLogPath != logPath) {
+        d->receivingLogPath = logPath;
+        d->receivedText = std::make_unique<DiagnosticParser::Stream>(d->parser);
     }
+    d->receivedText->append(std::string_view(textBlock.data(), size_t(textBlock.size())));
+}
 
-    // A failed save leaves the history in memory; the next capture writes it all again.
-    (void)d->persistence.save(d->sessions);
+void BuildStore::captureReceivedBuild(const QString& logPath)
+{
+    // No block at all is an empty text.
+    QList<BuildDiagnostic> diagnostics;
+    if (d->receivedText && d->receivingLogPath == logPath)
+        diagnostics = d->receivedText->finish();
+    d->receivedText.reset();
+    d->capture(std::move(diagnostics), logPath);
 }
 
 void BuildStore::captureManualLog(const QString& text, const QString& sourceName)
