@@ -21,17 +21,6 @@ namespace {
 
 using Kind = XcodeBuildWatcher::WatcherState::Kind;
 
-QList<BuildDiagnostic> withoutNoise(const QList<BuildDiagnostic>& diagnostics)
-{
-    QList<BuildDiagnostic> kept;
-    kept.reserve(diagnostics.size());
-    for (const BuildDiagnostic& diagnostic : diagnostics) {
-        if (!diagnostic.isBuildNoise())
-            kept.append(diagnostic);
-    }
-    return kept;
-}
-
 QString sourceNameForBuild(const QString& projectName, qsizetype meaningfulCount)
 {
     const QString dash = QStringLiteral(" \u2014 ");
@@ -172,11 +161,6 @@ struct BuildStore::Private {
         return nullptr;
     }
 
-    QList<BuildDiagnostic> shownDiagnostics(const BuildSession& session) const
-    {
-        return showBuildNoise ? session.diagnostics : withoutNoise(session.diagnostics);
-    }
-
     void insertSession(BuildSession session)
     {
         QList<BuildSession> updated = sessions;
@@ -208,7 +192,7 @@ struct BuildStore::Private {
         if (!sessions.isEmpty()) {
             const BuildSession first = sessions.first();
             setActiveSessionID(first.id);
-            selectDefaultDiagnostic(first.diagnostics, first.comparison.newDiagnosticIDs);
+            selectDefaultDiagnostic(first.diagnostics, first.comparison.newDiagnosticIDs, Candidates::all);
         }
     }
 
@@ -229,7 +213,7 @@ struct BuildStore::Private {
         if (const BuildSession* found = newestSession(name)) {
             const BuildSession session = *found;
             setActiveSessionID(session.id);
-            selectDefaultDiagnostic(session.diagnostics, session.comparison.newDiagnosticIDs);
+            selectDefaultDiagnostic(session.diagnostics, session.comparison.newDiagnosticIDs, Candidates::all);
         }
     }
 
@@ -259,10 +243,19 @@ struct BuildStore::Private {
         q->ensureSelectionVisible();
     }
 
-    void selectDefaultDiagnostic(const QList<BuildDiagnostic>& diagnostics, const QSet<QUuid>& newIDs)
+    enum class Candidates { all, shown };
+
+    // With Candidates::shown, among the diagnostics the list shows: build
+    // noise is passed over in place rather than a huge build's list being
+    // copied without it.
+    void selectDefaultDiagnostic(const QList<BuildDiagnostic>& diagnostics, const QSet<QUuid>& newIDs,
+                                 Candidates candidates)
     {
+        const bool passOverNoise = candidates == Candidates::shown && !showBuildNoise;
         const auto firstWhere = [&](auto predicate) -> std::optional<QUuid> {
-            const auto found = std::find_if(diagnostics.cbegin(), diagnostics.cend(), predicate);
+            const auto found = std::find_if(diagnostics.cbegin(), diagnostics.cend(), [&](const BuildDiagnostic& d) {
+                return predicate(d) && !(passOverNoise && d.isBuildNoise());
+            });
             return found == diagnostics.cend() ? std::nullopt : std::optional(found->id);
         };
         const auto ofSeverity = [](DiagnosticSeverity severity) {
@@ -273,8 +266,8 @@ struct BuildStore::Private {
             chosen = firstWhere(ofSeverity(DiagnosticSeverity::error));
         if (!chosen)
             chosen = firstWhere(ofSeverity(DiagnosticSeverity::warning));
-        if (!chosen && !diagnostics.isEmpty())
-            chosen = diagnostics.first().id;
+        if (!chosen)
+            chosen = firstWhere([](const BuildDiagnostic&) { return true; });
         setSelectedDiagnosticID(chosen);
     }
 
@@ -315,7 +308,7 @@ struct BuildStore::Private {
         if (!focusedProjectName || *focusedProjectName == projectName) {
             setActiveSessionID(captured.id);
             setWarningViewMode(WarningViewMode::normal);
-            selectDefaultDiagnostic(shownDiagnostics(captured), captured.comparison.newDiagnosticIDs);
+            selectDefaultDiagnostic(captured.diagnostics, captured.comparison.newDiagnosticIDs, Candidates::shown);
             setLastWatcherMessage(hasPrevious
                                       ? QString(u"Compared with the previous " % projectName % u" build.")
                                       : QString(u"Build captured. Baseline established for " % projectName % u"."));
@@ -469,7 +462,7 @@ void BuildStore::captureManualLog(const QString& text, const QString& sourceName
     if (!d->focusedProjectName) {
         d->setActiveSessionID(captured.id);
         d->setWarningViewMode(WarningViewMode::normal);
-        d->selectDefaultDiagnostic(captured.diagnostics, {});
+        d->selectDefaultDiagnostic(captured.diagnostics, {}, Private::Candidates::all);
     }
 
     (void)d->persistence.save(d->sessions);
@@ -480,7 +473,7 @@ void BuildStore::selectSession(const BuildSession& session)
     const BuildSession chosen = session; // the argument may live in `sessions`
     d->setActiveSessionID(chosen.id);
     d->setWarningViewMode(WarningViewMode::normal);
-    d->selectDefaultDiagnostic(d->shownDiagnostics(chosen), chosen.comparison.newDiagnosticIDs);
+    d->selectDefaultDiagnostic(chosen.diagnostics, chosen.comparison.newDiagnosticIDs, Private::Candidates::shown);
 }
 
 // ---------------------------------------------------------------------------
