@@ -35,17 +35,16 @@ int readCommand(const std::vector<std::string>& arguments)
         std::fprintf(stderr, "read: no file\n");
         return 2;
     }
-    // The reading the watcher does: the text in blocks. False after a failure.
+    // The reading the watcher does: the text in blocks, each handed on as it
+    // fills (here let go at once). False after a failure.
     qsizetype textBytes = 0;
     const auto read = [&] {
-        const Result<QList<QByteArray>> blocks = readActivityLogInBlocks(path);
-        if (!blocks) {
-            std::fprintf(stderr, "read: %s\n", qPrintable(blocks.error().description));
+        textBytes = 0;
+        const Result<void> done = readActivityLogInBlocks(path, [&](QByteArray block) { textBytes += block.size(); });
+        if (!done) {
+            std::fprintf(stderr, "read: %s\n", qPrintable(done.error().description));
             return false;
         }
-        textBytes = 0;
-        for (const QByteArray& block : blocks.value())
-            textBytes += block.size();
         return true;
     };
     if (once) {

@@ -1,6 +1,6 @@
 #include "BuildComparison.h"
 
-#include "DiagnosticSignature.h"
+#include "Hashing.h"
 #include "StartBeside.h"
 
 #include <QHash>
@@ -16,12 +16,13 @@ namespace {
 // The meaningful diagnostics of one list in a flat table keyed by signature:
 // each signature is hashed once, the noise test runs once per diagnostic, and
 // a table is two allocations however long the list. Huge logs give lists of a
-// hundred thousand; a node per entry would cost more than the comparison.
+// hundred thousand; a node per entry would cost more than the comparison. The
+// table points at the records rather than copying their signatures, so they
+// must not change while it is in use.
 class SignatureTable {
 public:
     struct Entry {
         size_t hash;
-        DiagnosticSignature signature;
         const BuildDiagnostic* diagnostic;
     };
 
@@ -29,11 +30,8 @@ public:
     {
         m_entries.reserve(size_t(list.size()));
         for (const BuildDiagnostic& diagnostic : list) {
-            if (diagnostic.isBuildNoise())
-                continue;
-            DiagnosticSignature signature = diagnostic.signature();
-            const size_t hash = qHash(signature);
-            m_entries.push_back({hash, std::move(signature), &diagnostic});
+            if (!diagnostic.isBuildNoise())
+                m_entries.push_back({signatureHash(diagnostic), &diagnostic});
         }
         size_t capacity = 16;
         while (capacity < 2 * m_entries.size())
@@ -66,7 +64,31 @@ public:
     }
 
 private:
-    static bool matches(const Entry& a, const Entry& b) { return a.hash == b.hash && a.signature == b.signature; }
+    // The hash of signature(), without making one.
+    static size_t signatureHash(const BuildDiagnostic& d)
+    {
+        size_t seed = ::qHash(int(d.severity), 0);
+        seed = qHashOptional(d.filePath, seed);
+        seed = qHashOptional(d.line, seed);
+        seed = qHashOptional(d.column, seed);
+        return ::qHash(d.message, seed);
+    }
+
+    // signature() == signature(), the numbers first. Texts of builds that
+    // share them are the same storage, which settles them at once.
+    static bool matches(const Entry& a, const Entry& b)
+    {
+        if (a.hash != b.hash)
+            return false;
+        const BuildDiagnostic& x = *a.diagnostic;
+        const BuildDiagnostic& y = *b.diagnostic;
+        const auto same = [](const QString& s, const QString& t) {
+            return (s.constData() == t.constData() && s.size() == t.size()) || s == t;
+        };
+        return x.severity == y.severity && x.line == y.line && x.column == y.column
+            && x.filePath.has_value() == y.filePath.has_value() && (!x.filePath || same(*x.filePath, *y.filePath))
+            && same(x.message, y.message);
+    }
 
     std::vector<Entry> m_entries;
     std::vector<quint32> m_slots; // entry index + 1; 0 is free
@@ -92,15 +114,15 @@ size_t qHash(const MovableKey& key, size_t seed = 0)
 bool samePlace(const BuildDiagnostic& a, const BuildDiagnostic& b) { return a.line == b.line && a.column == b.column; }
 
 // onMatch(current, previous) is told of each meaningful diagnostic of the
-// current list and the previous one it matches.
+// current list and the previous one it matches, once the lists have been
+// compared: it may change current records then.
 template <typename OnMatch>
 BuildComparison compareBySignature(const QList<BuildDiagnostic>& current, const QList<BuildDiagnostic>& previous,
                                    OnMatch onMatch)
 {
     // The two tables, and then the two directions, do not depend on each
     // other: builds of hundreds of thousands of diagnostics take both
-    // processors. onMatch changes only current records, which the other
-    // direction does not read.
+    // processors.
     constexpr qsizetype largeLists = 20000;
     const bool large = current.size() + previous.size() >= largeLists;
     std::optional<SignatureTable> previousSignatures;
@@ -119,14 +141,27 @@ BuildComparison compareBySignature(const QList<BuildDiagnostic>& current, const 
         large);
     BuildComparison comparison;
     comparison.hasBaseline = true;
+    std::vector<std::pair<const BuildDiagnostic*, const BuildDiagnostic*>> matched;
+    matched.reserve(currentSignatures.entries().size());
     for (const SignatureTable::Entry& entry : currentSignatures.entries()) {
         if (const BuildDiagnostic* match = previousSignatures->find(entry))
-            onMatch(*entry.diagnostic, *match);
+            matched.emplace_back(entry.diagnostic, match);
         else
             comparison.newDiagnosticIDs.insert(entry.diagnostic->id);
     }
     fixing.get();
     comparison.fixedDiagnostics = std::move(fixed);
+
+    // Each half of the matches on a processor of its own: they touch
+    // different records.
+    const auto tell = [&](size_t from, size_t to) {
+        for (size_t i = from; i < to; ++i)
+            onMatch(*matched[i].first, *matched[i].second);
+    };
+    const size_t half = matched.size() / 2;
+    std::future<void> firstHalf = startBeside([&] { tell(0, half); }, large);
+    tell(half, matched.size());
+    firstHalf.get();
     return comparison;
 }
 

@@ -21,17 +21,6 @@ namespace {
 
 using Kind = XcodeBuildWatcher::WatcherState::Kind;
 
-QList<BuildDiagnostic> withoutNoise(const QList<BuildDiagnostic>& diagnostics)
-{
-    QList<BuildDiagnostic> kept;
-    kept.reserve(diagnostics.size());
-    for (const BuildDiagnostic& diagnostic : diagnostics) {
-        if (!diagnostic.isBuildNoise())
-            kept.append(diagnostic);
-    }
-    return kept;
-}
-
 QString sourceNameForBuild(const QString& projectName, qsizetype meaningfulCount)
 {
     const QString dash = QStringLiteral(" \u2014 ");
@@ -103,6 +92,9 @@ struct BuildStore::Private {
     BuildHistoryPersistence persistence;
     DiagnosticPreferencesPersistence preferencePersistence;
     std::unique_ptr<XcodeBuildWatcher> watcherInstance;
+    // The log whose text is being received, and that text searched so far.
+    QString receivingLogPath;
+    std::unique_ptr<DiagnosticParser::Stream> receivedText;
 
     // The only places that write the published fields: each announces the
     // change while the old value is still in place.
@@ -160,20 +152,6 @@ struct BuildStore::Private {
             {severityFilter, searchText, showBuildNoise, warningViewMode, pinnedDiagnostics, ignoredDiagnostics});
     }
 
-    QList<BuildDiagnostic> parseBlocks(QList<QByteArray> textBlocks) const
-    {
-        if (textBlocks.size() == 1) {
-            const QByteArray& text = textBlocks.constFirst();
-            return parser.parse(std::string_view(text.constData(), size_t(text.size())));
-        }
-        DiagnosticParser::Stream stream(parser);
-        for (QByteArray& block : textBlocks) {
-            stream.append(std::string_view(block.constData(), size_t(block.size())));
-            block = QByteArray();
-        }
-        return stream.finish();
-    }
-
     const BuildSession* newestSession(const QString& projectName) const
     {
         for (const BuildSession& session : sessions) {
@@ -181,11 +159,6 @@ struct BuildStore::Private {
                 return &session;
         }
         return nullptr;
-    }
-
-    QList<BuildDiagnostic> shownDiagnostics(const BuildSession& session) const
-    {
-        return showBuildNoise ? session.diagnostics : withoutNoise(session.diagnostics);
     }
 
     void insertSession(BuildSession session)
@@ -219,7 +192,7 @@ struct BuildStore::Private {
         if (!sessions.isEmpty()) {
             const BuildSession first = sessions.first();
             setActiveSessionID(first.id);
-            selectDefaultDiagnostic(first.diagnostics, first.comparison.newDiagnosticIDs);
+            selectDefaultDiagnostic(first.diagnostics, first.comparison.newDiagnosticIDs, Candidates::all);
         }
     }
 
@@ -240,7 +213,7 @@ struct BuildStore::Private {
         if (const BuildSession* found = newestSession(name)) {
             const BuildSession session = *found;
             setActiveSessionID(session.id);
-            selectDefaultDiagnostic(session.diagnostics, session.comparison.newDiagnosticIDs);
+            selectDefaultDiagnostic(session.diagnostics, session.comparison.newDiagnosticIDs, Candidates::all);
         }
     }
 
@@ -270,10 +243,19 @@ struct BuildStore::Private {
         q->ensureSelectionVisible();
     }
 
-    void selectDefaultDiagnostic(const QList<BuildDiagnostic>& diagnostics, const QSet<QUuid>& newIDs)
+    enum class Candidates { all, shown };
+
+    // With Candidates::shown, among the diagnostics the list shows: build
+    // noise is passed over in place rather than a huge build's list being
+    // copied without it.
+    void selectDefaultDiagnostic(const QList<BuildDiagnostic>& diagnostics, const QSet<QUuid>& newIDs,
+                                 Candidates candidates)
     {
+        const bool passOverNoise = candidates == Candidates::shown && !showBuildNoise;
         const auto firstWhere = [&](auto predicate) -> std::optional<QUuid> {
-            const auto found = std::find_if(diagnostics.cbegin(), diagnostics.cend(), predicate);
+            const auto found = std::find_if(diagnostics.cbegin(), diagnostics.cend(), [&](const BuildDiagnostic& d) {
+                return predicate(d) && !(passOverNoise && d.isBuildNoise());
+            });
             return found == diagnostics.cend() ? std::nullopt : std::optional(found->id);
         };
         const auto ofSeverity = [](DiagnosticSeverity severity) {
@@ -284,8 +266,8 @@ struct BuildStore::Private {
             chosen = firstWhere(ofSeverity(DiagnosticSeverity::error));
         if (!chosen)
             chosen = firstWhere(ofSeverity(DiagnosticSeverity::warning));
-        if (!chosen && !diagnostics.isEmpty())
-            chosen = diagnostics.first().id;
+        if (!chosen)
+            chosen = firstWhere([](const BuildDiagnostic&) { return true; });
         setSelectedDiagnosticID(chosen);
     }
 
@@ -294,6 +276,46 @@ struct BuildStore::Private {
         setCaptureState(CaptureState{state.kind, state.payload});
         if (state.kind == Kind::failed)
             setLastWatcherMessage(state.payload);
+        // A read begins, or one ended without its log: any text received
+        // before belongs to no capture.
+        if (state.kind == Kind::processing || state.kind == Kind::failed)
+            receivedText.reset();
+    }
+
+    void capture(QList<BuildDiagnostic> diagnostics, const QString& logPath)
+    {
+        const QString projectName = XcodeBuildWatcher::projectNameForLog(logPath);
+        const BuildSession* previous = newestSession(projectName);
+        const bool hasPrevious = previous != nullptr;
+        // Builds of a huge project repeat most of their texts; the history holds
+        // them once rather than once per build.
+        BuildComparison comparison =
+            compareDiagnosticsSharingTexts(diagnostics, previous ? std::optional(previous->diagnostics) : std::nullopt);
+        const qsizetype meaningful = std::count_if(diagnostics.cbegin(), diagnostics.cend(),
+                                                   [](const BuildDiagnostic& d) { return !d.isBuildNoise(); });
+
+        BuildSession session;
+        session.id = QUuid::createUuid();
+        session.startedAt = AbsoluteTime::now();
+        session.diagnostics = std::move(diagnostics);
+        session.sourceName = sourceNameForBuild(projectName, meaningful);
+        session.projectName = projectName;
+        session.activityLogPath = logPath;
+        session.comparison = std::move(comparison);
+        const BuildSession captured = session;
+        insertSession(std::move(session));
+
+        if (!focusedProjectName || *focusedProjectName == projectName) {
+            setActiveSessionID(captured.id);
+            setWarningViewMode(WarningViewMode::normal);
+            selectDefaultDiagnostic(captured.diagnostics, captured.comparison.newDiagnosticIDs, Candidates::shown);
+            setLastWatcherMessage(hasPrevious
+                                      ? QString(u"Compared with the previous " % projectName % u" build.")
+                                      : QString(u"Build captured. Baseline established for " % projectName % u"."));
+        }
+
+        // A failed save leaves the history in memory; the next capture writes it all again.
+        (void)persistence.save(sessions);
     }
 
     // Created and wired to the store on first use; not started here.
@@ -308,9 +330,13 @@ struct BuildStore::Private {
                 if (store)
                     store->d->applyWatcherState(state);
             };
-            watcherInstance->onBuild = [store](const QString& logPath, QList<QByteArray> textBlocks) {
+            watcherInstance->onBuildText = [store](const QString& logPath, const QByteArray& textBlock) {
                 if (store)
-                    store->captureBuild(std::move(textBlocks), logPath);
+                    store->receiveBuildText(logPath, textBlock);
+            };
+            watcherInstance->onBuild = [store](const QString& logPath) {
+                if (store)
+                    store->captureReceivedBuild(logPath);
             };
         }
         return *watcherInstance;
@@ -400,44 +426,26 @@ QString BuildStore::statusText() const { return d->captureState.statusText(); }
 
 void BuildStore::captureBuild(const QByteArray& utf8Text, const QString& logPath)
 {
-    captureBuild(QList<QByteArray>{utf8Text}, logPath);
+    d->capture(d->parser.parse(std::string_view(utf8Text.constData(), size_t(utf8Text.size()))), logPath);
 }
 
-void BuildStore::captureBuild(QList<QByteArray> textBlocks, const QString& logPath)
+void BuildStore::receiveBuildText(const QString& logPath, QByteArrayView textBlock)
 {
-    QList<BuildDiagnostic> diagnostics = d->parseBlocks(std::move(textBlocks));
-    const QString projectName = XcodeBuildWatcher::projectNameForLog(logPath);
-    const BuildSession* previous = d->newestSession(projectName);
-    const bool hasPrevious = previous != nullptr;
-    // Builds of a huge project repeat most of their texts; the history holds
-    // them once rather than once per build.
-    BuildComparison comparison =
-        compareDiagnosticsSharingTexts(diagnostics, previous ? std::optional(previous->diagnostics) : std::nullopt);
-    const qsizetype meaningful = std::count_if(diagnostics.cbegin(), diagnostics.cend(),
-                                               [](const BuildDiagnostic& d) { return !d.isBuildNoise(); });
-
-    BuildSession session;
-    session.id = QUuid::createUuid();
-    session.startedAt = AbsoluteTime::now();
-    session.diagnostics = std::move(diagnostics);
-    session.sourceName = sourceNameForBuild(projectName, meaningful);
-    session.projectName = projectName;
-    session.activityLogPath = logPath;
-    session.comparison = std::move(comparison);
-    const BuildSession captured = session;
-    d->insertSession(std::move(session));
-
-    if (!d->focusedProjectName || *d->focusedProjectName == projectName) {
-        d->setActiveSessionID(captured.id);
-        d->setWarningViewMode(WarningViewMode::normal);
-        d->selectDefaultDiagnostic(d->shownDiagnostics(captured), captured.comparison.newDiagnosticIDs);
-        d->setLastWatcherMessage(hasPrevious
-                                     ? QString(u"Compared with the previous " % projectName % u" build.")
-                                     : QString(u"Build captured. Baseline established for " % projectName % u"."));
+    if (!d->receivedText || d->receivingLogPath != logPath) {
+        d->receivingLogPath = logPath;
+        d->receivedText = std::make_unique<DiagnosticParser::Stream>(d->parser);
     }
+    d->receivedText->append(std::string_view(textBlock.data(), size_t(textBlock.size())));
+}
 
-    // A failed save leaves the history in memory; the next capture writes it all again.
-    (void)d->persistence.save(d->sessions);
+void BuildStore::captureReceivedBuild(const QString& logPath)
+{
+    // No block at all is an empty text.
+    QList<BuildDiagnostic> diagnostics;
+    if (d->receivedText && d->receivingLogPath == logPath)
+        diagnostics = d->receivedText->finish();
+    d->receivedText.reset();
+    d->capture(std::move(diagnostics), logPath);
 }
 
 void BuildStore::captureManualLog(const QString& text, const QString& sourceName)
@@ -454,7 +462,7 @@ void BuildStore::captureManualLog(const QString& text, const QString& sourceName
     if (!d->focusedProjectName) {
         d->setActiveSessionID(captured.id);
         d->setWarningViewMode(WarningViewMode::normal);
-        d->selectDefaultDiagnostic(captured.diagnostics, {});
+        d->selectDefaultDiagnostic(captured.diagnostics, {}, Private::Candidates::all);
     }
 
     (void)d->persistence.save(d->sessions);
@@ -465,7 +473,7 @@ void BuildStore::selectSession(const BuildSession& session)
     const BuildSession chosen = session; // the argument may live in `sessions`
     d->setActiveSessionID(chosen.id);
     d->setWarningViewMode(WarningViewMode::normal);
-    d->selectDefaultDiagnostic(d->shownDiagnostics(chosen), chosen.comparison.newDiagnosticIDs);
+    d->selectDefaultDiagnostic(chosen.diagnostics, chosen.comparison.newDiagnosticIDs, Private::Candidates::shown);
 }
 
 // ---------------------------------------------------------------------------

@@ -123,9 +123,12 @@ public:
 
     // Capture and comparison.
     void captureBuild(const QByteArray& utf8Text, const QString& logPath);
-    // The same for a text in consecutive blocks, each let go as soon as it is
-    // searched, so that a large log is not held whole beside its diagnostics.
-    void captureBuild(QList<QByteArray> textBlocks, const QString& logPath);
+    // The same for a log whose text arrives in blocks as it is read: each
+    // block is searched as it comes, while the rest is still being read, and
+    // let go, so a large log is never held whole. Blocks of another log start
+    // afresh; captureReceivedBuild then captures what the log's blocks held.
+    void receiveBuildText(const QString& logPath, QByteArrayView textBlock);
+    void captureReceivedBuild(const QString& logPath);
     void captureManualLog(const QString& text, const QString& sourceName);
     void selectSession(const BuildSession& session);
     void ensureSelectionVisible();

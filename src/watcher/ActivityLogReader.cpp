@@ -308,23 +308,23 @@ Result<void> readActivityLogInPieces(const QString& path, qint64 textLimit,
     }
 }
 
-Result<QList<QByteArray>> readActivityLogInBlocks(const QString& path, qsizetype blockBytes)
+Result<void> readActivityLogInBlocks(const QString& path, const std::function<void(QByteArray)>& blockSink,
+                                     qsizetype blockBytes)
 {
     const qint64 limit = StorageFile::readLimit();
     try {
         // The extraction writes each block itself; a full one is taken as it is.
-        QList<QByteArray> blocks;
         // Room for a block and the last chunk that fills it.
         const qsizetype room = blockBytes + (qsizetype(1) << 20);
         const Result<QByteArray> rest = readThrough(path, limit, room, [&](ReadableTextExtractor& extractor) {
             if (extractor.text().size() >= blockBytes)
-                blocks.append(extractor.takeText(room));
+                blockSink(extractor.takeText(room));
         });
         if (!rest)
             return rest.error();
         if (!rest.value().isEmpty())
-            blocks.append(rest.value());
-        return blocks;
+            blockSink(rest.value());
+        return {};
     } catch (const std::bad_alloc&) {
         return tooLarge(limit);
     }

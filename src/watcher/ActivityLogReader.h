@@ -42,10 +42,12 @@ Result<QByteArray> readActivityLog(const QString& path, qint64 textLimit);
 Result<void> readActivityLogInPieces(const QString& path, qint64 textLimit,
                                      const std::function<void(QByteArrayView)>& textSink);
 
-// The text of readActivityLog() in consecutive blocks of about blockBytes,
-// so that whoever goes through it can let each block go once done with it,
-// instead of holding the whole text to the end.
-Result<QList<QByteArray>> readActivityLogInBlocks(const QString& path, qsizetype blockBytes = qsizetype(32) << 20);
+// The text of readActivityLog() handed to blockSink in consecutive blocks of
+// about blockBytes as they fill, so that whoever takes them can go through the
+// text while the rest is still being read, and let each block go once done
+// with it. Nothing more comes after a failure, but blocks before it may have.
+Result<void> readActivityLogInBlocks(const QString& path, const std::function<void(QByteArray)>& blockSink,
+                                     qsizetype blockBytes = qsizetype(8) << 20);
 
 // Makes every read under way, and every later one, fail at once and end its
 // gzip. For quitting: nothing can be read afterwards.

@@ -6,12 +6,15 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QFuture>
+#include <QPointer>
 #include <QSet>
 #include <QThreadPool>
 #include <QTimer>
 #include <QtConcurrent/QtConcurrentRun>
 
 #include <exception>
+#include <functional>
+#include <memory>
 #include <optional>
 
 #include <dirent.h>
@@ -72,10 +75,10 @@ XcodeBuildWatcher::Scan guardedScan(const QString& derivedDataPath)
     return scan;
 }
 
-Result<QList<QByteArray>> guardedRead(const QString& path)
+Result<void> guardedRead(const QString& path, const std::function<void(QByteArray)>& blockSink)
 {
     try {
-        return readActivityLogInBlocks(path);
+        return readActivityLogInBlocks(path, blockSink);
     } catch (const std::exception& e) {
         return Error{activityLogErrorDomain, 0, QString::fromLocal8Bit(e.what())};
     } catch (...) {
@@ -219,28 +222,49 @@ void XcodeBuildWatcher::processReady(quint64 loop, ReadyLogs ready, qsizetype ne
     d->pendingLogs.remove(path);
     sendState(WatcherState::processing(projectNameForLog(path)));
 
-    QtConcurrent::run(backgroundPool(), &guardedRead, path)
-        .then(this,
-              [this, loop, ready = std::move(ready), next, path,
-               snapshot](QFuture<Result<QList<QByteArray>>> read) mutable {
-                  // Taken out of the future, so that the text's only owner is
-                  // whoever it is handed to, who may let it go block by block.
-                  Result<QList<QByteArray>> text = read.takeResult();
-                  if (text) {
-                      d->processedSnapshot.insert(path, snapshot);
-                      if (onBuild)
-                          onBuild(path, std::move(text.value()));
-                      sendState(WatcherState::watching());
-                  } else {
-                      sendState(WatcherState::failed(text.error().description));
-                      // Otherwise not retried: the log stays known with this
-                      // snapshot, so only a change to the file brings it back.
-                      if (text.error().domain == activityLogErrorDomain
-                          && text.error().code == activityLogError::lackOfResources)
-                          d->pendingLogs.insert(path, snapshot);
-                  }
-                  processReady(loop, std::move(ready), next + 1);
-              });
+    // The blocks and then the outcome go back to this thread as calls queued
+    // in turn on one object, so they arrive in the order they were sent; a
+    // continuation of the job's future could overtake blocks still queued.
+    // The object is the job's, as the job may outlive the watcher.
+    const std::shared_ptr<QObject> relay(new QObject, [](QObject* object) { object->deleteLater(); });
+    const QPointer<XcodeBuildWatcher> self(this);
+    const auto sendBack = [relay, self](auto call) {
+        QMetaObject::invokeMethod(
+            relay.get(),
+            [self, call]() mutable {
+                if (self)
+                    call(*self);
+            },
+            Qt::QueuedConnection);
+    };
+    backgroundPool()->start([sendBack, path, loop, ready = std::move(ready), next, snapshot] {
+        const Result<void> read = guardedRead(path, [&](QByteArray block) {
+            sendBack([path, block = std::move(block)](XcodeBuildWatcher& watcher) mutable {
+                if (watcher.onBuildText)
+                    watcher.onBuildText(path, std::move(block));
+            });
+        });
+        sendBack([=](XcodeBuildWatcher& watcher) { watcher.finishRead(loop, ready, next, snapshot, read); });
+    });
+}
+
+void XcodeBuildWatcher::finishRead(quint64 loop, const ReadyLogs& ready, qsizetype next, const Snapshot& snapshot,
+                                   const Result<void>& read)
+{
+    const QString& path = ready.at(next).path;
+    if (read) {
+        d->processedSnapshot.insert(path, snapshot);
+        if (onBuild)
+            onBuild(path);
+        sendState(WatcherState::watching());
+    } else {
+        sendState(WatcherState::failed(read.error().description));
+        // Otherwise not retried: the log stays known with this
+        // snapshot, so only a change to the file brings it back.
+        if (read.error().domain == activityLogErrorDomain && read.error().code == activityLogError::lackOfResources)
+            d->pendingLogs.insert(path, snapshot);
+    }
+    processReady(loop, ready, next + 1);
 }
 
 void XcodeBuildWatcher::finishPoll(quint64 loop)

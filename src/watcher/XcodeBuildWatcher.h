@@ -1,5 +1,7 @@
 #pragma once
 
+#include "Error.h"
+
 #include <QByteArray>
 #include <QDateTime>
 #include <QHash>
@@ -56,9 +58,13 @@ public:
     };
 
     using StateCallback = std::function<void(const WatcherState&)>;
-    // The log's absolute path and its text as UTF-8.
-    // The log's UTF-8 text in consecutive blocks (see readActivityLogInBlocks).
-    using BuildCallback = std::function<void(const QString& logPath, QList<QByteArray> textBlocks)>;
+    // The log's absolute path and the next block of its UTF-8 text, as the
+    // text is read (see readActivityLogInBlocks). A log's blocks come after
+    // its processing state and before its onBuild or failed state.
+    using TextCallback = std::function<void(const QString& logPath, QByteArray textBlock)>;
+    // The log was read completely: its text is the blocks onBuildText had
+    // since its processing state, none for an empty text.
+    using BuildCallback = std::function<void(const QString& logPath)>;
 
     static constexpr std::chrono::milliseconds pollInterval{1500};
 
@@ -70,6 +76,7 @@ public:
     ~XcodeBuildWatcher() override;
 
     StateCallback onStateChange;
+    TextCallback onBuildText;
     BuildCallback onBuild;
 
     // Sends watching, takes a baseline of the existing logs and starts
@@ -106,6 +113,8 @@ private:
     void takeScan(quint64 loop, const Scan& scan);
     void reportUndecodable(const QStringList& paths);
     void processReady(quint64 loop, ReadyLogs ready, qsizetype next);
+    void finishRead(quint64 loop, const ReadyLogs& ready, qsizetype next, const Snapshot& snapshot,
+                    const Result<void>& read);
     void finishPoll(quint64 loop);
     void sendState(const WatcherState& state);
 

@@ -58,9 +58,14 @@ TEST_F(BuildCapture, SecondBuildReportsNewAndFixedAndSelectsTheNewError)
     const BuildSession first = store.sessions().first();
     store.setWarningViewMode(BuildStore::WarningViewMode::ignored);
     // As the watcher hands it over: in blocks, cut anywhere.
+    // Blocks of another log left without their end (its read failed) are
+    // not part of it.
+    store.receiveBuildText(activityLogPath(QStringLiteral("Other")), logText({fixed}));
     const QByteArray secondText = logText({olderError, kept, added});
-    store.captureBuild(QList<QByteArray>{secondText.left(7), secondText.mid(7, 30), secondText.mid(37)},
-                       activityLogPath(QStringLiteral("ExampleApp")));
+    const QString secondLog = activityLogPath(QStringLiteral("ExampleApp"));
+    for (const QByteArray& block : {secondText.left(7), secondText.mid(7, 30), secondText.mid(37)})
+        store.receiveBuildText(secondLog, block);
+    store.captureReceivedBuild(secondLog);
 
     ASSERT_EQ(store.sessions().size(), 2);
     const BuildSession& second = store.sessions().first();

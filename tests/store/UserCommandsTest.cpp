@@ -1,4 +1,5 @@
 #include "UserCommands.h"
+#include "ActivityLogReader.h"
 #include "BuildHistoryPersistence.h"
 #include "StoreTestSupport.h"
 #include "TestEnvironment.h"
@@ -48,7 +49,8 @@ TEST_F(UserCommands, ImportReadsUtf8AndNamesTheSessionAfterTheFile)
     platform.chosenFile = path;
     store.importPlainTextLog();
 
-    EXPECT_EQ(platform.chooserMessages, QStringList{QStringLiteral("Choose a plain-text Xcode or compiler build log.")});
+    EXPECT_EQ(platform.chooserMessages,
+              QStringList{QStringLiteral("Choose a plain-text Xcode or compiler build log.")});
     EXPECT_TRUE(platform.alerts.isEmpty());
     ASSERT_EQ(store.sessions().size(), 1);
     EXPECT_EQ(store.sessions().first().sourceName, QStringLiteral("build.log"));
@@ -130,7 +132,8 @@ TEST_F(UserCommands, ClearHistoryKeepsPreferencesAndFilters)
     EXPECT_EQ(store.warningViewMode(), Mode::normal);
     EXPECT_TRUE(store.searchText().isEmpty());
     EXPECT_FALSE(store.lastWatcherMessage());
-    EXPECT_FALSE(QSettings(QStringLiteral("Corvane"), QStringLiteral("Corvane")).contains(QStringLiteral("Corvane.FocusedProject")));
+    EXPECT_FALSE(QSettings(QStringLiteral("Corvane"), QStringLiteral("Corvane"))
+                     .contains(QStringLiteral("Corvane.FocusedProject")));
     EXPECT_FALSE(QFile::exists(historyFile()));
 
     EXPECT_EQ(store.pinnedDiagnostics(), pinned);
@@ -237,6 +240,45 @@ TEST_F(UserCommands, AWatcherFailureStaysInTheStatusLine)
     store.restartWatcher();
     EXPECT_EQ(store.captureState().kind, Kind::watching);
     EXPECT_EQ(store.lastWatcherMessage(), message);
+}
+
+// The text of a log arrives while it is read: what a read that failed half
+// way had handed over must not turn up in the next capture of that log.
+TEST_F(UserCommands, AReadThatFailsHalfWayLeavesNothingForTheNextCapture)
+{
+    QByteArray stale = warningAt(QStringLiteral("Stale.swift"), 1, QStringLiteral("stale")).toUtf8() + '\r';
+    for (int i = 0; stale.size() < 24 * 1024 * 1024; ++i)
+        stale += "CompileSwift normal arm64 /Users/dev/App/Sources/File" + QByteArray::number(i) + ".swift\x01";
+    QByteArray truncated = gzipBytes(stale);
+    truncated.truncate(truncated.size() * 3 / 4);
+    const QString log = environment.derivedData() + QStringLiteral("/App-bxqgrvhdkslrtw/Logs/Build/b.xcactivitylog");
+    writeFile(log, truncated);
+    qsizetype blocksBeforeFailing = 0;
+    ASSERT_FALSE(readActivityLogInBlocks(log, [&](const QByteArray&) { ++blocksBeforeFailing; }).ok());
+    ASSERT_GE(blocksBeforeFailing, 1);
+
+    using Kind = XcodeBuildWatcher::WatcherState::Kind;
+    store.startWatching();
+    // Written again until a poll after the watcher's first scan picks it up.
+    const auto writeUntil = [&](const QByteArray& bytes, const std::function<bool()>& done) {
+        QDeadlineTimer nextWrite(0);
+        return waitUntil(
+            [&] {
+                if (done())
+                    return true;
+                if (nextWrite.hasExpired()) {
+                    writeFile(log, bytes);
+                    nextWrite = QDeadlineTimer(2000);
+                }
+                return false;
+            },
+            20000);
+    };
+    ASSERT_TRUE(writeUntil(truncated, [&] { return store.captureState().kind == Kind::failed; }));
+    const QByteArray fresh = logText({errorAt(QStringLiteral("Fresh.swift"), 2, QStringLiteral("fresh"))});
+    ASSERT_TRUE(writeUntil(gzipBytes(fresh), [&] { return !store.sessions().isEmpty(); }));
+    ASSERT_EQ(store.sessions().first().diagnostics.size(), 1);
+    EXPECT_EQ(store.sessions().first().diagnostics.first().message, QStringLiteral("fresh"));
 }
 
 } // namespace

@@ -1,4 +1,5 @@
 #include "XcodeBuildWatcher.h"
+#include "ActivityLogReader.h"
 #include "TestEnvironment.h"
 
 #include <QDir>
@@ -65,13 +66,31 @@ protected:
     std::unique_ptr<XcodeBuildWatcher> makeWatcher()
     {
         auto watcher = std::make_unique<XcodeBuildWatcher>(m_derivedData, 50ms);
-        watcher->onStateChange = [this](const State& state) { m_states.push_back(state); };
-        watcher->onBuild = [this](const QString& path, const QList<QByteArray>& textBlocks) {
-            m_builds.push_back({path, textBlocks.join()});
+        watcher->onStateChange = [this](const State& state) { recordState(state); };
+        watcher->onBuildText = [this](const QString& path, const QByteArray& block) {
+            // A log's blocks come between its processing state and its end.
+            EXPECT_EQ(m_reading, XcodeBuildWatcher::projectNameForLog(path));
+            EXPECT_FALSE(block.isEmpty());
+            m_blocks.append(block);
+        };
+        watcher->onBuild = [this](const QString& path) {
+            EXPECT_EQ(m_reading, XcodeBuildWatcher::projectNameForLog(path));
+            m_reading.clear();
+            m_builds.push_back({path, m_blocks.join()});
+            m_blockCounts.push_back(m_blocks.size());
             // Deliveries interleave with states; remember where.
             m_states.push_back(State{State::Kind::stopped, QStringLiteral("<build>")});
         };
         return watcher;
+    }
+
+    void recordState(const State& state)
+    {
+        m_states.push_back(state);
+        if (state.kind == State::Kind::processing || state.kind == State::Kind::failed) {
+            m_reading = state.kind == State::Kind::processing ? state.payload : QString();
+            m_blocks.clear();
+        }
     }
 
     QString logPath(const QString& project, const QString& name = QStringLiteral("build.xcactivitylog")) const
@@ -105,6 +124,10 @@ protected:
     QString m_derivedData;
     std::vector<State> m_states;
     std::vector<Delivery> m_builds;
+    std::vector<qsizetype> m_blockCounts;
+    // The project of the log being read, and its blocks so far.
+    QString m_reading;
+    QList<QByteArray> m_blocks;
     std::unique_ptr<XcodeBuildWatcher> m_watcher;
 };
 
@@ -348,7 +371,7 @@ TEST_F(XcodeBuildWatcherTest, APollUnderWayFinishesAfterStop)
 {
     startAndSettle();
     m_watcher->onStateChange = [this](const State& state) {
-        m_states.push_back(state);
+        recordState(state);
         if (state.kind == State::Kind::processing)
             m_watcher->stop();
     };
@@ -367,17 +390,35 @@ TEST_F(XcodeBuildWatcherTest, APollUnderWayFinishesAfterStop)
     EXPECT_EQ(m_states.size(), 6u);
 }
 
+// Several blocks, each handed over while the rest is still being read.
+QByteArray textOfSeveralBlocks()
+{
+    QByteArray big;
+    for (int i = 0; i < 700000; ++i)
+        big += QByteArray::number(i) + QByteArray(" CompileC something.o\x01");
+    return big;
+}
+
+TEST_F(XcodeBuildWatcherTest, ALargeLogArrivesInBlocksBeforeItsBuild)
+{
+    startAndSettle();
+    const QByteArray big = textOfSeveralBlocks();
+    const QString path = writeLog(QStringLiteral("Big-1"), big);
+    ASSERT_TRUE(waitForStates(5));
+    ASSERT_EQ(m_builds.size(), 1u);
+    EXPECT_EQ(m_builds[0], (Delivery{path, readActivityLog(path).value()}));
+    EXPECT_GE(m_blockCounts[0], 2);
+}
+
 TEST_F(XcodeBuildWatcherTest, DestroyingTheWatcherDuringARead)
 {
     startAndSettle();
-    QByteArray big;
-    for (int i = 0; i < 200000; ++i)
-        big += QByteArray::number(i) + QByteArray(" CompileC something.o\x01");
+    const QByteArray big = textOfSeveralBlocks();
     // Destroyed from the event loop right after the read has begun, while
     // gzip is still at work on the background job.
     bool destroyed = false;
     m_watcher->onStateChange = [&](const State& state) {
-        m_states.push_back(state);
+        recordState(state);
         if (state.kind == State::Kind::processing)
             QTimer::singleShot(0, [&] {
                 m_watcher.reset();
