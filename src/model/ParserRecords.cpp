@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <bit>
 #include <charconv>
+#include <cstring>
 #include <iterator>
 #include <string>
 #include <unordered_map>
@@ -82,20 +83,29 @@ QRandomGenerator seededGenerator()
     return QRandomGenerator(seed);
 }
 
+bool isAscii(std::string_view bytes)
+{
+    size_t i = 0;
+    quint64 seen = 0;
+    for (; i + 8 <= bytes.size(); i += 8) {
+        quint64 word;
+        std::memcpy(&word, bytes.data() + i, 8);
+        seen |= word;
+    }
+    for (; i < bytes.size(); ++i)
+        seen |= static_cast<unsigned char>(bytes[i]);
+    return (seen & 0x8080808080808080ull) == 0;
+}
+
 // Whether text is what QString::fromUtf8() makes of bytes. ASCII is compared
-// in place; anything else is rare enough to be converted.
+// as it is; anything else is rare enough to be converted.
 bool isTextOf(QStringView text, std::string_view bytes)
 {
     if (text.size() > qsizetype(bytes.size()))
         return false;
-    for (size_t i = 0; i < bytes.size(); ++i) {
-        const auto byte = static_cast<unsigned char>(bytes[i]);
-        if (byte >= 0x80)
-            return text == QString::fromUtf8(bytes.data(), qsizetype(bytes.size()));
-        if (qsizetype(i) >= text.size() || text[qsizetype(i)].unicode() != byte)
-            return false;
-    }
-    return text.size() == qsizetype(bytes.size());
+    if (!isAscii(bytes))
+        return text == QString::fromUtf8(bytes.data(), qsizetype(bytes.size()));
+    return text.size() == qsizetype(bytes.size()) && text == QLatin1StringView(bytes.data(), qsizetype(bytes.size()));
 }
 
 } // namespace
