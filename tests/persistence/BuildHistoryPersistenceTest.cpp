@@ -124,11 +124,11 @@ TEST_F(BuildHistoryPersistenceTest, ArchiveHoldsWhatTheRecordEncodersGive)
 }
 
 // Sessions of one project repeat their texts; each is stored once, whether
-// the copies share one storage or only equal each other, and is loaded as
-// one string.
+// the copies share one storage or only equal each other, also where they are
+// numbered in different pieces, and is loaded as one string.
 TEST_F(BuildHistoryPersistenceTest, RepeatedTextsAreStoredOnceAndLoadedAsOne)
 {
-    const BuildSession session = sampleSession(1, 50);
+    const BuildSession session = sampleSession(1, 12000);
     qsizetype textBytes = 0;
     for (const BuildDiagnostic& d : session.diagnostics)
         textBytes += 2 * (d.message.size() + d.rawText.size() + d.filePath.value_or(QString()).size());
