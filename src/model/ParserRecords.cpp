@@ -158,6 +158,11 @@ std::size_t ParserRecords::Index::probe(quint32 hash, Same&& same) const
     }
 }
 
+void ParserRecords::Index::prefetch(std::size_t hash) const
+{
+    __builtin_prefetch(&m_slots[shortHash(hash) & (m_slots.size() - 1)]);
+}
+
 template <typename Same>
 qsizetype ParserRecords::Index::find(std::size_t hash, Same&& same) const
 {
@@ -232,7 +237,7 @@ QUuid ParserRecords::nextId()
                  byte(words[3], 0), byte(words[3], 1), byte(words[3], 2), byte(words[3], 3));
 }
 
-bool ParserRecords::append(BuildDiagnostic diagnostic, std::size_t messageHash)
+std::size_t ParserRecords::signatureHash(const BuildDiagnostic& diagnostic, std::size_t messageHash)
 {
     if (diagnostic.filePath
         && (diagnostic.filePath->constData() != m_hashedPath.constData()
@@ -240,9 +245,18 @@ bool ParserRecords::append(BuildDiagnostic diagnostic, std::size_t messageHash)
         m_hashedPath = *diagnostic.filePath;
         m_pathHash = qHash(m_hashedPath);
     }
-    const std::size_t signatureHash =
-        qHashMulti(messageHash, diagnostic.filePath ? m_pathHash : 0, diagnostic.line.value_or(-1),
-                   diagnostic.column.value_or(-1), diagnostic.line.has_value(), diagnostic.column.has_value());
+    return qHashMulti(messageHash, diagnostic.filePath ? m_pathHash : 0, diagnostic.line.value_or(-1),
+                      diagnostic.column.value_or(-1), diagnostic.line.has_value(), diagnostic.column.has_value());
+}
+
+bool ParserRecords::append(BuildDiagnostic diagnostic, std::size_t messageHash)
+{
+    const std::size_t hash = signatureHash(diagnostic, messageHash);
+    return append(std::move(diagnostic), messageHash, hash);
+}
+
+bool ParserRecords::append(BuildDiagnostic diagnostic, std::size_t messageHash, std::size_t signatureHash)
+{
     const qsizetype position = m_result.size();
     const bool known = m_signatures.findOrAdd(signatureHash, position, [&](qsizetype kept) {
         const BuildDiagnostic& k = m_result.at(kept);
@@ -300,6 +314,12 @@ void ParserRecords::addLocated(std::string_view text, const std::vector<LocatedM
         if (m.column.valid() && !m.column.empty())
             d.column = numberFrom(bytesOf(text, m.column));
         d.severity = severityOf(word);
+        // The record's place in the index is fetched while the rest of it is
+        // made: the index of a large log is far bigger than the processor's
+        // caches, so looking it up at once would wait on memory.
+        const std::size_t messageHash = qHash(d.message, int(d.severity));
+        const std::size_t hash = signatureHash(d, messageHash);
+        m_signatures.prefetch(hash);
         // The raw text is put together in UTF-8 and converted once: a large
         // log makes hundreds of thousands of them.
         std::string& raw = m_rawText;
@@ -316,8 +336,7 @@ void ParserRecords::addLocated(std::string_view text, const std::vector<LocatedM
         d.rawText = QString::fromUtf8(raw.data(), qsizetype(raw.size()));
         d.id = nextId();
         d.timestamp = m_now;
-        const std::size_t messageHash = qHash(d.message, int(d.severity));
-        append(std::move(d), messageHash);
+        append(std::move(d), messageHash, hash);
     }
 }
 
@@ -342,8 +361,17 @@ void ParserRecords::addSimple(std::string_view text, const std::vector<SimpleMat
 void ParserRecords::takeFrom(ParserRecords&& later)
 {
     reserve(std::size_t(later.m_result.size()));
-    for (qsizetype i = 0; i < later.m_result.size(); ++i)
-        append(std::move(later.m_result[i]), later.m_messageHashes[std::size_t(i)]);
+    // The index is fetched a few records ahead, as when the records were made.
+    const std::size_t count = std::size_t(later.m_result.size());
+    std::vector<std::size_t> hashes(count);
+    for (std::size_t i = 0; i < count; ++i)
+        hashes[i] = signatureHash(later.m_result[qsizetype(i)], later.m_messageHashes[i]);
+    constexpr std::size_t ahead = 8;
+    for (std::size_t i = 0; i < count; ++i) {
+        if (i + ahead < count)
+            m_signatures.prefetch(hashes[i + ahead]);
+        append(std::move(later.m_result[qsizetype(i)]), later.m_messageHashes[i], hashes[i]);
+    }
     later.m_result.clear();
     later.m_messageHashes.clear();
     std::move(later.m_simple.begin(), later.m_simple.end(), std::back_inserter(m_simple));

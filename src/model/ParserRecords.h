@@ -50,6 +50,8 @@ private:
         template <typename Same>
         qsizetype findOrAdd(std::size_t hash, qsizetype position, Same&& same);
         void reserve(std::size_t more);
+        // Starts fetching the slot where a look-up of hash begins.
+        void prefetch(std::size_t hash) const;
 
     private:
         struct Slot {
@@ -95,6 +97,8 @@ private:
 
     // False when a record of the same signature is there already.
     bool append(BuildDiagnostic diagnostic, std::size_t messageHash);
+    bool append(BuildDiagnostic diagnostic, std::size_t messageHash, std::size_t signatureHash);
+    std::size_t signatureHash(const BuildDiagnostic& diagnostic, std::size_t messageHash);
     QUuid nextId();
     QString message(std::string_view captured, bool clean);
 
