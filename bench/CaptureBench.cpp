@@ -320,7 +320,7 @@ int runCaptureBench(const std::vector<std::string>& arguments)
 
     const double peakMiB = peakResidentKiB() / 1024.0;
     const RunTimes& last = runs.back();
-    std::vector<double> totals, detects, reads, records, saves;
+    std::vector<double> totals, detects, reads, records, saves, afterDetection, runPeaks;
     for (const RunTimes& r : runs) {
         if (!r.compared)
             continue;
@@ -329,6 +329,8 @@ int runCaptureBench(const std::vector<std::string>& arguments)
         reads.push_back(r.read);
         records.push_back(r.record);
         saves.push_back(r.save);
+        afterDetection.push_back(r.total - r.detect);
+        runPeaks.push_back(r.runPeakRssMiB * 1024.0 * 1024.0 / double(std::max<qsizetype>(r.textBytes, 1)));
     }
     std::printf("\nlog: %.1f MB compressed, %.1f MiB decompressed, %.1f MiB text; %lld diagnostics\n",
                 double(QFileInfo(lastLog).size()) / 1e6, double(last.decompressedBytes) / (1024.0 * 1024.0),
@@ -336,6 +338,13 @@ int runCaptureBench(const std::vector<std::string>& arguments)
     std::printf("compared runs, median of %zu: total %.2f s = detect %.2f + read %.2f + parse/compare %.2f + "
                 "save %.2f\n",
                 totals.size(), median(totals), median(detects), median(reads), median(records), median(saves));
+    // Each compared run starts with one more earlier build in the history,
+    // which the save writes again and memory holds.
+    std::printf("compared runs after detection: median %.2f s, with the mean wait for the next poll (%.2f s) %.2f s; "
+                "each run's own peak: median %.2f x the text, the last (%zu earlier builds) %.2f x\n",
+                median(afterDetection), double(XcodeBuildWatcher::pollInterval.count()) / 2000.0,
+                median(afterDetection) + double(XcodeBuildWatcher::pollInterval.count()) / 2000.0, median(runPeaks),
+                runs.size() - 1, runPeaks.empty() ? 0.0 : runPeaks.back());
     std::printf("peak RSS %.0f MiB = %.2f x the text, %.2f x the decompressed log; RSS now %.0f MiB\n", peakMiB,
                 peakMiB * 1024.0 * 1024.0 / double(std::max<qsizetype>(last.textBytes, 1)),
                 peakMiB * 1024.0 * 1024.0 / double(std::max<quint64>(last.decompressedBytes, 1)), currentResidentMiB());
